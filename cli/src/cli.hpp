@@ -1,0 +1,31 @@
+#pragma once
+
+// What every verb of the command line shares: how it is registered, how it prints, where samples are.
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <string>
+
+#include "morvane/engine/support/json.hpp"
+
+namespace morvane::cli {
+
+/// Set by a verb's callback; 0 on success.
+struct RunState {
+    int exitCode = 0;
+};
+
+void addCommandsVerb(CLI::App& app, RunState& state);
+void addResolveVerb(CLI::App& app, RunState& state);
+void addDemoVerb(CLI::App& app, RunState& state);
+
+/// Writes `json` pretty-printed to stdout, with a final newline.
+void printJson(const Json& json);
+
+/// The folder of the bundled sample: $MORVANE_SAMPLES_DIR, else the source tree's samples/.
+std::filesystem::path samplesDir();
+
+/// Reads a whole file. Throws `EngineError::missingFile` when it can't be opened.
+std::string readFile(const std::filesystem::path& path);
+
+}  // namespace morvane::cli

@@ -1,0 +1,34 @@
+// morvane: drop a file, pick a cut, export, from a terminal.
+
+#include <cstdio>
+#include <exception>
+
+#include "cli.hpp"
+
+int main(int argc, char** argv) {
+    using namespace morvane::cli;
+    CLI::App app{"Morvane: drop a file, pick a cut, export.", "morvane"};
+    app.set_version_flag("--version", std::string("morvane ") + MORVANE_VERSION);
+    app.require_subcommand(0, 1);
+    app.fallthrough(false);
+    RunState state;
+    addCommandsVerb(app, state);
+    addResolveVerb(app, state);
+    addDemoVerb(app, state);
+    try {
+        app.parse(argc, argv);
+        if (app.get_subcommands().empty()) {
+            std::fputs(app.help().c_str(), stderr);
+            return 2;
+        }
+    } catch (const CLI::Success& e) {
+        return app.exit(e);
+    } catch (const CLI::Error& e) {
+        app.exit(e);
+        return 2;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "morvane: %s\n", e.what());
+        return 1;
+    }
+    return state.exitCode;
+}

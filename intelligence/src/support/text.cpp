@@ -1,0 +1,128 @@
+#include "morvane/intelligence/support/text.hpp"
+
+#include <unicode/brkiter.h>
+#include <unicode/coll.h>
+#include <unicode/locid.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+#include <unicode/utf8.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace morvane::intelligence {
+namespace {
+
+bool isAscii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+bool isPunctuation(UChar32 c) {
+    return (U_GET_GC_MASK(c) & U_GC_P_MASK) != 0;
+}
+
+}  // namespace
+
+std::string lowercased(std::string_view text) {
+    if (isAscii(text)) {
+        std::string out(text);
+        for (char& c : out) {
+            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        }
+        return out;
+    }
+    auto unicode =
+        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+    unicode.toLower(icu::Locale::getRoot());
+    std::string out;
+    unicode.toUTF8String(out);
+    return out;
+}
+
+std::string_view trimmingPunctuation(std::string_view text) {
+    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
+    const auto length = static_cast<int32_t>(text.size());
+    int32_t begin = 0;
+    while (begin < length) {
+        int32_t next = begin;
+        UChar32 c = 0;
+        U8_NEXT(s, next, length, c);
+        if (c < 0 || !isPunctuation(c)) break;
+        begin = next;
+    }
+    int32_t end = length;
+    while (end > begin) {
+        int32_t previous = end;
+        UChar32 c = 0;
+        U8_PREV(s, begin, previous, c);
+        if (c < 0 || !isPunctuation(c)) break;
+        end = previous;
+    }
+    return text.substr(static_cast<std::size_t>(begin), static_cast<std::size_t>(end - begin));
+}
+
+bool isAlphanumeric(char32_t c) noexcept {
+    return (U_GET_GC_MASK(static_cast<UChar32>(c)) & (U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK)) != 0;
+}
+
+bool containsAlphanumeric(std::string_view text) {
+    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
+    const auto length = static_cast<int32_t>(text.size());
+    for (int32_t i = 0; i < length;) {
+        UChar32 c = 0;
+        U8_NEXT(s, i, length, c);
+        if (c >= 0 && isAlphanumeric(static_cast<char32_t>(c))) return true;
+    }
+    return false;
+}
+
+std::size_t characterCount(std::string_view text) {
+    if (isAscii(text)) {
+        // In ASCII only CR LF joins two code points into one character.
+        std::size_t count = text.size();
+        for (std::size_t i = 1; i < text.size(); ++i) {
+            if (text[i - 1] == '\r' && text[i] == '\n') --count;
+        }
+        return count;
+    }
+    thread_local std::unique_ptr<icu::BreakIterator> iterator = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        return std::unique_ptr<icu::BreakIterator>(
+            icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    }();
+    const auto unicode =
+        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+    if (!iterator) return static_cast<std::size_t>(unicode.countChar32());
+    iterator->setText(unicode);
+    std::size_t count = 0;
+    iterator->first();
+    while (iterator->next() != icu::BreakIterator::DONE)
+        ++count;
+    return count;
+}
+
+int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
+    thread_local std::unique_ptr<icu::Collator> collator = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        std::unique_ptr<icu::Collator> c(icu::Collator::createInstance(icu::Locale::getDefault(), status));
+        if (c) c->setStrength(icu::Collator::SECONDARY);  // ignore case, keep accents
+        return c;
+    }();
+    if (!collator) {
+        const std::string la = lowercased(a);
+        const std::string lb = lowercased(b);
+        return la.compare(lb) < 0 ? -1 : (la == lb ? 0 : 1);
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    const auto result =
+        collator->compareUTF8(icu::StringPiece(a.data(), static_cast<int32_t>(a.size())),
+                              icu::StringPiece(b.data(), static_cast<int32_t>(b.size())), status);
+    return result == UCOL_LESS ? -1 : (result == UCOL_EQUAL ? 0 : 1);
+}
+
+bool containsAny(std::string_view text, std::initializer_list<std::string_view> needles) {
+    return std::any_of(needles.begin(), needles.end(),
+                       [&](std::string_view needle) { return text.find(needle) != std::string_view::npos; });
+}
+
+}  // namespace morvane::intelligence
