@@ -103,8 +103,12 @@ std::size_t characterCount(std::string_view text) {
 
 int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
     thread_local std::unique_ptr<icu::Collator> collator = [] {
+        // The C and POSIX locales map to en_US_POSIX, whose collation is code point order (all capitals
+        // first); people running Morvane there still expect dictionary order.
+        icu::Locale locale = icu::Locale::getDefault();
+        if (std::string_view(locale.getName()) == "en_US_POSIX") locale = icu::Locale::getRoot();
         UErrorCode status = U_ZERO_ERROR;
-        std::unique_ptr<icu::Collator> c(icu::Collator::createInstance(icu::Locale::getDefault(), status));
+        std::unique_ptr<icu::Collator> c(icu::Collator::createInstance(locale, status));
         if (c) c->setStrength(icu::Collator::SECONDARY);  // ignore case, keep accents
         return c;
     }();

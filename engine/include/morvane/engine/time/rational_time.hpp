@@ -14,7 +14,6 @@
 /// A time whose timescale is below 1 is invalid; it only comes from a record built by hand, and arithmetic
 /// on it gives the invalid time 0/0. Results beyond the signed 64-bit range saturate.
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>

@@ -16,8 +16,6 @@
 
 namespace morvane::intelligence {
 
-using morvane::trimWhitespaceAndNewlines;
-
 /// Full Unicode lowercase mapping, independent of the user's locale.
 [[nodiscard]] std::string lowercased(std::string_view text);
 
