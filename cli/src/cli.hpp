@@ -25,7 +25,5 @@ void printJson(const Json& json);
 /// The folder of the bundled sample: $MORVANE_SAMPLES_DIR, else the source tree's samples/.
 std::filesystem::path samplesDir();
 
-/// Reads a whole file. Throws `EngineError::missingFile` when it can't be opened.
-std::string readFile(const std::filesystem::path& path);
 
 }  // namespace morvane::cli

@@ -1,11 +1,8 @@
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "cli.hpp"
-#include "morvane/engine/engine_error.hpp"
 
 namespace morvane::cli {
 
@@ -18,16 +15,6 @@ void printJson(const Json& json) {
 std::filesystem::path samplesDir() {
     if (const char* dir = std::getenv("MORVANE_SAMPLES_DIR"); dir != nullptr && *dir != '\0') return dir;
     return MORVANE_SAMPLES_DIR;
-}
-
-std::string readFile(const std::filesystem::path& path) {
-    std::error_code ignored;
-    std::ifstream in(path, std::ios::binary);
-    if (!in || std::filesystem::is_directory(path, ignored))
-        throw engine::EngineError::missingFile(path.string());
-    std::ostringstream contents;
-    contents << in.rdbuf();
-    return contents.str();
 }
 
 }  // namespace morvane::cli

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli.hpp"
+#include "morvane/engine/support/files.hpp"
 #include "morvane/intelligence/models/transcript.hpp"
 #include "resolution.hpp"
 
@@ -17,7 +18,7 @@ void addDemoVerb(CLI::App& app, RunState& /*state*/) {
     auto* verb = app.add_subcommand("demo", "Run the main job on the bundled sample");
     verb->callback([] {
         const auto path = samplesDir() / "talk.transcript.json";
-        const Json json = parseJson(readFile(path), path.filename().string());
+        const Json json = parseJson(readWholeFile(path), path.filename().string());
         const auto transcript = JsonReader(json, path.filename().string()).get<TranscriptDocument>();
 
         fmt::print("Morvane: drop a file, pick a cut, export.\n\n");

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "cli.hpp"
+#include "morvane/engine/support/files.hpp"
 #include "morvane/intelligence/intelligence_error.hpp"
 #include "morvane/intelligence/models/transcript.hpp"
 #include "morvane/intelligence/routing/model_router.hpp"
@@ -69,7 +70,7 @@ void addResolveVerb(CLI::App& app, RunState& /*state*/) {
     verb->callback([options] {
         std::optional<TranscriptDocument> loaded;
         if (!options->transcriptPath.empty()) {
-            const Json json = parseJson(readFile(options->transcriptPath), options->transcriptPath);
+            const Json json = parseJson(readWholeFile(options->transcriptPath), options->transcriptPath);
             loaded = JsonReader(json, options->transcriptPath).get<TranscriptDocument>();
         }
         // Without a file the clip is taken to be transcribed, unless told otherwise.

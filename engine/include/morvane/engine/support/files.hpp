@@ -1,0 +1,30 @@
+#pragma once
+
+/// Files that must never be left half-written, and the folders Morvane keeps its own files in.
+///
+///     writeFileAtomically(bundle / "project.json", text);   // the old file survives any failure
+///     auto prefs = configDirectory() / "preferences.json";   // ~/.config/morvane/preferences.json
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace morvane {
+
+/// Replaces `path` with `contents`: a temporary "morvane-*.tmp" file in the same folder is written,
+/// flushed to disk and renamed over `path`, so readers see the old file or the new one, never a mix.
+/// Creates the folder if needed. Throws `std::filesystem::filesystem_error` with the OS's reason.
+void writeFileAtomically(const std::filesystem::path& path, std::string_view contents);
+
+/// The whole of a file. Throws `EngineError::missingFile` when it doesn't exist or isn't a regular file,
+/// and `std::filesystem::filesystem_error` when it can't be read.
+[[nodiscard]] std::string readWholeFile(const std::filesystem::path& path);
+
+/// $XDG_CONFIG_HOME/morvane (default ~/.config/morvane): preferences.
+[[nodiscard]] std::filesystem::path configDirectory();
+/// $XDG_DATA_HOME/Morvane (default ~/.local/share/Morvane): voice styles, launch.log, models.
+[[nodiscard]] std::filesystem::path dataDirectory();
+/// $XDG_CACHE_HOME/Morvane (default ~/.cache/Morvane): disposable media caches.
+[[nodiscard]] std::filesystem::path cacheDirectory();
+
+}  // namespace morvane

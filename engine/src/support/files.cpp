@@ -1,0 +1,86 @@
+#include "morvane/engine/support/files.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <system_error>
+
+#include "morvane/engine/engine_error.hpp"
+
+namespace morvane {
+namespace {
+
+[[noreturn]] void fail(const char* what, const std::filesystem::path& path) {
+    throw std::filesystem::filesystem_error(what, path, std::error_code(errno, std::generic_category()));
+}
+
+std::filesystem::path xdgDirectory(const char* variable, const char* fallback, const char* name) {
+    if (const char* value = std::getenv(variable); value != nullptr && value[0] == '/') {
+        return std::filesystem::path(value) / name;
+    }
+    const char* home = std::getenv("HOME");
+    return std::filesystem::path(home != nullptr && home[0] != '\0' ? home : "/tmp") / fallback / name;
+}
+
+}  // namespace
+
+void writeFileAtomically(const std::filesystem::path& path, std::string_view contents) {
+    const auto folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
+    std::filesystem::create_directories(folder);
+    std::random_device entropy;
+    const auto temporary = folder / ("morvane-" + std::to_string(entropy()) + ".tmp");
+    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0) fail("cannot create a temporary file", temporary);
+    std::size_t written = 0;
+    while (written < contents.size()) {
+        const ssize_t n = ::write(fd, contents.data() + written, contents.size() - written);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            const int error = errno;
+            ::close(fd);
+            ::unlink(temporary.c_str());
+            errno = error;
+            fail("cannot write", temporary);
+        }
+        written += static_cast<std::size_t>(n);
+    }
+    if (::fsync(fd) != 0 || ::close(fd) != 0) {
+        const int error = errno;
+        ::unlink(temporary.c_str());
+        errno = error;
+        fail("cannot flush", temporary);
+    }
+    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+        const int error = errno;
+        ::unlink(temporary.c_str());
+        errno = error;
+        fail("cannot replace", path);
+    }
+    // Make the rename itself durable.
+    if (const int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); dir >= 0) {
+        ::fsync(dir);
+        ::close(dir);
+    }
+}
+
+std::string readWholeFile(const std::filesystem::path& path) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error)) throw engine::EngineError::missingFile(path.string());
+    std::ifstream in(path, std::ios::binary);
+    if (!in) fail("cannot open", path);
+    std::ostringstream contents;
+    contents << in.rdbuf();
+    if (in.bad()) fail("cannot read", path);
+    return std::move(contents).str();
+}
+
+std::filesystem::path configDirectory() { return xdgDirectory("XDG_CONFIG_HOME", ".config", "morvane"); }
+std::filesystem::path dataDirectory() { return xdgDirectory("XDG_DATA_HOME", ".local/share", "Morvane"); }
+std::filesystem::path cacheDirectory() { return xdgDirectory("XDG_CACHE_HOME", ".cache", "Morvane"); }
+
+}  // namespace morvane
