@@ -59,7 +59,7 @@ TEST(ReadWholeFile, missingFilesAndFoldersAreMissingFiles) {
 
 // Sets environment variables for one scope and puts back what was there.
 class ScopedEnvironment {
-public:
+  public:
     ~ScopedEnvironment() {
         for (const auto& [name, value] : saved_) {
             if (value) {
@@ -79,7 +79,7 @@ public:
         }
     }
 
-private:
+  private:
     std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 

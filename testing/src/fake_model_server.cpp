@@ -42,7 +42,8 @@ FakeModelServer::FakeModelServer(std::vector<std::string> models) : state_(std::
     state_->server.Get("/v1/models", [state](const httplib::Request&, httplib::Response& res) {
         nlohmann::json data = nlohmann::json::array();
         std::lock_guard lock(state->mutex);
-        for (const auto& id : state->models) data.push_back({{"id", id}, {"object", "model"}});
+        for (const auto& id : state->models)
+            data.push_back({{"id", id}, {"object", "model"}});
         res.set_content(nlohmann::json{{"object", "list"}, {"data", data}}.dump(), "application/json");
     });
     state_->server.Get("/props", [state](const httplib::Request&, httplib::Response& res) {
@@ -51,8 +52,9 @@ FakeModelServer::FakeModelServer(std::vector<std::string> models) : state_(std::
             res.status = 404;
             return;
         }
-        res.set_content(nlohmann::json{{"default_generation_settings", {{"n_ctx", *state->llamaContext}}}}.dump(),
-                        "application/json");
+        res.set_content(
+            nlohmann::json{{"default_generation_settings", {{"n_ctx", *state->llamaContext}}}}.dump(),
+            "application/json");
     });
     state_->server.Post("/api/show", [state](const httplib::Request&, httplib::Response& res) {
         std::lock_guard lock(state->mutex);
@@ -75,7 +77,8 @@ FakeModelServer::FakeModelServer(std::vector<std::string> models) : state_(std::
     port_ = state_->server.bind_to_any_port("127.0.0.1");
     if (port_ <= 0) throw std::runtime_error("FakeModelServer: cannot bind a loopback port");
     state_->thread = std::thread([state] { state->server.listen_after_bind(); });
-    while (!state_->server.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (!state_->server.is_running())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 FakeModelServer::~FakeModelServer() {
@@ -83,7 +86,9 @@ FakeModelServer::~FakeModelServer() {
     if (state_->thread.joinable()) state_->thread.join();
 }
 
-std::string FakeModelServer::baseURL() const { return "http://127.0.0.1:" + std::to_string(port_) + "/v1"; }
+std::string FakeModelServer::baseURL() const {
+    return "http://127.0.0.1:" + std::to_string(port_) + "/v1";
+}
 
 void FakeModelServer::onChat(ChatHandler handler) {
     std::lock_guard lock(state_->mutex);
@@ -106,9 +111,11 @@ std::vector<nlohmann::json> FakeModelServer::chatRequests() const {
 }
 
 FakeModelServer::Response FakeModelServer::reply(const std::string& content) {
-    const nlohmann::json body{
-        {"object", "chat.completion"},
-        {"choices", {{{"index", 0}, {"message", {{"role", "assistant"}, {"content", content}}}, {"finish_reason", "stop"}}}}};
+    const nlohmann::json body{{"object", "chat.completion"},
+                              {"choices",
+                               {{{"index", 0},
+                                 {"message", {{"role", "assistant"}, {"content", content}}},
+                                 {"finish_reason", "stop"}}}}};
     return {200, body.dump()};
 }
 
@@ -123,7 +130,8 @@ FakeModelServer::Response FakeModelServer::refusal(const std::string& text) {
 }
 
 FakeModelServer::Response FakeModelServer::error(int status, const std::string& message) {
-    return {status, nlohmann::json{{"error", {{"message", message}, {"type", "invalid_request_error"}}}}.dump()};
+    return {status,
+            nlohmann::json{{"error", {{"message", message}, {"type", "invalid_request_error"}}}}.dump()};
 }
 
 }  // namespace morvane::testing

@@ -79,8 +79,14 @@ std::string readWholeFile(const std::filesystem::path& path) {
     return std::move(contents).str();
 }
 
-std::filesystem::path configDirectory() { return xdgDirectory("XDG_CONFIG_HOME", ".config", "morvane"); }
-std::filesystem::path dataDirectory() { return xdgDirectory("XDG_DATA_HOME", ".local/share", "Morvane"); }
-std::filesystem::path cacheDirectory() { return xdgDirectory("XDG_CACHE_HOME", ".cache", "Morvane"); }
+std::filesystem::path configDirectory() {
+    return xdgDirectory("XDG_CONFIG_HOME", ".config", "morvane");
+}
+std::filesystem::path dataDirectory() {
+    return xdgDirectory("XDG_DATA_HOME", ".local/share", "Morvane");
+}
+std::filesystem::path cacheDirectory() {
+    return xdgDirectory("XDG_CACHE_HOME", ".cache", "Morvane");
+}
 
 }  // namespace morvane

@@ -6,7 +6,8 @@
 
 namespace morvane {
 
-PreferencesStore::PreferencesStore(std::filesystem::path file) : file_(std::move(file)), values_(std::make_unique<Json>(Json::object())) {
+PreferencesStore::PreferencesStore(std::filesystem::path file)
+    : file_(std::move(file)), values_(std::make_unique<Json>(Json::object())) {
     std::error_code error;
     if (!std::filesystem::exists(file_, error)) return;
     try {
@@ -23,7 +24,9 @@ PreferencesStore::PreferencesStore(std::filesystem::path file) : file_(std::move
 
 PreferencesStore::~PreferencesStore() = default;
 
-std::filesystem::path PreferencesStore::defaultPath() { return configDirectory() / "preferences.json"; }
+std::filesystem::path PreferencesStore::defaultPath() {
+    return configDirectory() / "preferences.json";
+}
 
 std::optional<Json> PreferencesStore::value(std::string_view key) const {
     const std::lock_guard lock(mutex_);
@@ -56,9 +59,15 @@ void PreferencesStore::set(std::string_view key, const Json& newValue) {
     saveLocked();
 }
 
-void PreferencesStore::set(std::string_view key, std::string_view newValue) { set(key, Json(newValue)); }
-void PreferencesStore::set(std::string_view key, double newValue) { set(key, Json(newValue)); }
-void PreferencesStore::set(std::string_view key, bool newValue) { set(key, Json(newValue)); }
+void PreferencesStore::set(std::string_view key, std::string_view newValue) {
+    set(key, Json(newValue));
+}
+void PreferencesStore::set(std::string_view key, double newValue) {
+    set(key, Json(newValue));
+}
+void PreferencesStore::set(std::string_view key, bool newValue) {
+    set(key, Json(newValue));
+}
 
 void PreferencesStore::remove(std::string_view key) {
     const std::lock_guard lock(mutex_);

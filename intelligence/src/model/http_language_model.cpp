@@ -45,13 +45,15 @@ int checkStop(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
 
 // One HTTP exchange. Throws `OperationCancelled`, `IntelligenceError::languageModelUnavailable` when
 // nothing answers at `url`, or `LanguageModelError` for a timeout or a dropped connection.
-HttpResponse exchange(const std::string& url, const std::string* postBody, int connectTimeoutMs, int timeoutMs,
-                      const std::stop_token& stop) {
+HttpResponse exchange(const std::string& url, const std::string* postBody, int connectTimeoutMs,
+                      int timeoutMs, const std::stop_token& stop) {
     initialiseCurlOnce();
     throwIfStopRequested(stop);
     std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(), &curl_easy_cleanup);
     std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headers(nullptr, &curl_slist_free_all);
-    if (!curl) throw LanguageModelError(LanguageModelError::Kind::connectionDropped, "Could not start an HTTP request.");
+    if (!curl)
+        throw LanguageModelError(LanguageModelError::Kind::connectionDropped,
+                                 "Could not start an HTTP request.");
     Transfer transfer{.stop = &stop};
     char error[CURL_ERROR_SIZE] = {};
     curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
@@ -85,9 +87,9 @@ HttpResponse exchange(const std::string& url, const std::string* postBody, int c
             throw IntelligenceError::languageModelUnavailable();
         }
         if (code == CURLE_OPERATION_TIMEDOUT) {
-            throw LanguageModelError(LanguageModelError::Kind::timeout,
-                                     "The language model did not answer within " + std::to_string(timeoutMs / 1000) +
-                                         " s.");
+            throw LanguageModelError(
+                LanguageModelError::Kind::timeout,
+                "The language model did not answer within " + std::to_string(timeoutMs / 1000) + " s.");
         }
         throw LanguageModelError(LanguageModelError::Kind::connectionDropped,
                                  "The language model server closed the connection: " + reason);
@@ -100,14 +102,16 @@ HttpResponse exchange(const std::string& url, const std::string* postBody, int c
 
 std::string apiRoot(const std::string& baseURL) {
     std::string root = baseURL;
-    while (root.ends_with('/')) root.pop_back();
+    while (root.ends_with('/'))
+        root.pop_back();
     if (root.ends_with("/v1")) root.resize(root.size() - 3);
     return root;
 }
 
 std::string joined(const std::string& baseURL, std::string_view path) {
     std::string url = baseURL;
-    while (url.ends_with('/')) url.pop_back();
+    while (url.ends_with('/'))
+        url.pop_back();
     return url + std::string(path);
 }
 
@@ -132,7 +136,8 @@ std::string serverReason(const HttpResponse& response) {
         if (json->is_object() && json->contains("error")) {
             const Json& e = (*json)["error"];
             if (e.is_string()) return e.get<std::string>();
-            if (e.is_object() && e.contains("message") && e["message"].is_string()) return e["message"].get<std::string>();
+            if (e.is_object() && e.contains("message") && e["message"].is_string())
+                return e["message"].get<std::string>();
         }
     }
     std::string text = response.body.substr(0, 200);
@@ -160,14 +165,17 @@ std::optional<int> positiveInteger(const Json& value) {
 
 // "num_ctx 8192" in the parameter text of an Ollama model.
 std::optional<int> ollamaNumCtx(const Json& show) {
-    if (!show.is_object() || !show.contains("parameters") || !show["parameters"].is_string()) return std::nullopt;
+    if (!show.is_object() || !show.contains("parameters") || !show["parameters"].is_string())
+        return std::nullopt;
     const std::string parameters = show["parameters"].get<std::string>();
     const auto at = parameters.find("num_ctx");
     if (at == std::string::npos) return std::nullopt;
     std::size_t p = at + 7;
-    while (p < parameters.size() && (parameters[p] == ' ' || parameters[p] == '\t')) ++p;
+    while (p < parameters.size() && (parameters[p] == ' ' || parameters[p] == '\t'))
+        ++p;
     int value = 0;
-    const auto [end, error] = std::from_chars(parameters.data() + p, parameters.data() + parameters.size(), value);
+    const auto [end, error] =
+        std::from_chars(parameters.data() + p, parameters.data() + parameters.size(), value);
     if (error != std::errc{} || value <= 0) return std::nullopt;
     return value;
 }
@@ -182,11 +190,12 @@ LanguageModelConnection LanguageModelConnection::fromPreferences(const Preferenc
 }
 
 class HttpLanguageModelService::Session final : public LanguageModelSession {
-public:
+  public:
     Session(HttpLanguageModelService& service, std::optional<std::string> instructions)
         : service_(service), instructions_(std::move(instructions)) {}
 
-    std::string respond(std::string_view prompt, const GenerationOptions& options, std::stop_token stop) override {
+    std::string respond(std::string_view prompt, const GenerationOptions& options,
+                        std::stop_token stop) override {
         const Json message = complete(prompt, options, nullptr, false, stop);
         if (!message.contains("content") || !message["content"].is_string()) {
             throw LanguageModelError(LanguageModelError::Kind::malformedResponse,
@@ -195,8 +204,9 @@ public:
         return message["content"].get<std::string>();
     }
 
-    Json respondGenerating(std::string_view prompt, const GenerationSchema& schema, bool includeSchemaInPrompt,
-                           const GenerationOptions& options, std::stop_token stop) override {
+    Json respondGenerating(std::string_view prompt, const GenerationSchema& schema,
+                           bool includeSchemaInPrompt, const GenerationOptions& options,
+                           std::stop_token stop) override {
         const Json message = complete(prompt, options, &schema, includeSchemaInPrompt, stop);
         if (message.contains("content") && message["content"].is_string()) {
             try {
@@ -206,12 +216,13 @@ public:
             }
         }
         // A server that ignores the schema is treated like one that rejects it.
-        throw LanguageModelError(LanguageModelError::Kind::refusal,
-                                 "The language model's reply did not follow the JSON schema (a refusal of guided "
-                                 "output).");
+        throw LanguageModelError(
+            LanguageModelError::Kind::refusal,
+            "The language model's reply did not follow the JSON schema (a refusal of guided "
+            "output).");
     }
 
-private:
+  private:
     // Sends one chat completion and returns its first choice's message.
     Json complete(std::string_view prompt, const GenerationOptions& options, const GenerationSchema* schema,
                   bool includeSchemaInPrompt, const std::stop_token& stop) {
@@ -233,22 +244,25 @@ private:
         if (schema != nullptr) {
             body["response_format"] = {
                 {"type", "json_schema"},
-                {"json_schema", {{"name", schema->name}, {"strict", true}, {"schema", Json::parse(schema->schema)}}}};
+                {"json_schema",
+                 {{"name", schema->name}, {"strict", true}, {"schema", Json::parse(schema->schema)}}}};
         }
         const std::string text = dumpJson(body, -1);
         const auto& connection = service_.connection_;
-        const HttpResponse response = exchange(joined(connection.baseURL, "/chat/completions"), &text,
-                                               connection.connectTimeoutMs, connection.requestTimeoutMs, stop);
+        const HttpResponse response =
+            exchange(joined(connection.baseURL, "/chat/completions"), &text, connection.connectTimeoutMs,
+                     connection.requestTimeoutMs, stop);
         if (response.status < 200 || response.status >= 300) {
             if (schema != nullptr && response.status >= 400 && response.status < 500) {
-                throw LanguageModelError(LanguageModelError::Kind::refusal,
-                                         "The language model server rejected the JSON schema (a refusal of guided "
-                                         "output): " +
-                                             serverReason(response));
+                throw LanguageModelError(
+                    LanguageModelError::Kind::refusal,
+                    "The language model server rejected the JSON schema (a refusal of guided "
+                    "output): " +
+                        serverReason(response));
             }
             throw LanguageModelError(LanguageModelError::Kind::httpStatus,
-                                     "The language model server answered HTTP " + std::to_string(response.status) +
-                                         ": " + serverReason(response));
+                                     "The language model server answered HTTP " +
+                                         std::to_string(response.status) + ": " + serverReason(response));
         }
         const auto json = parsedBody(response);
         if (!json || !json->is_object() || !json->contains("choices") || !(*json)["choices"].is_array() ||
@@ -261,8 +275,9 @@ private:
         const Json& message = choice["message"];
         if (message.contains("refusal") && message["refusal"].is_string() &&
             !message["refusal"].get<std::string>().empty()) {
-            throw LanguageModelError(LanguageModelError::Kind::refusal,
-                                     "The language model gave a refusal: " + message["refusal"].get<std::string>());
+            throw LanguageModelError(
+                LanguageModelError::Kind::refusal,
+                "The language model gave a refusal: " + message["refusal"].get<std::string>());
         }
         if (choice.contains("finish_reason") && choice["finish_reason"] == "content_filter") {
             throw LanguageModelError(LanguageModelError::Kind::refusal,
@@ -283,8 +298,9 @@ HttpLanguageModelService::~HttpLanguageModelService() = default;
 bool HttpLanguageModelService::isAvailable(std::stop_token stop) {
     const std::lock_guard lock(requestMutex());
     try {
-        const auto response = exchange(joined(connection_.baseURL, "/models"), nullptr,
-                                       connection_.availabilityTimeoutMs, connection_.availabilityTimeoutMs, stop);
+        const auto response =
+            exchange(joined(connection_.baseURL, "/models"), nullptr, connection_.availabilityTimeoutMs,
+                     connection_.availabilityTimeoutMs, stop);
         return parsedBody(response).has_value();
     } catch (const IntelligenceError&) {
         return false;
@@ -297,8 +313,8 @@ std::string HttpLanguageModelService::resolvedModel(std::stop_token stop) {
     if (!connection_.model.empty()) return connection_.model;
     if (!model_) {
         // The first model the server lists; servers that serve one model ignore the name anyway.
-        const auto response = exchange(joined(connection_.baseURL, "/models"), nullptr, connection_.connectTimeoutMs,
-                                       connection_.availabilityTimeoutMs, stop);
+        const auto response = exchange(joined(connection_.baseURL, "/models"), nullptr,
+                                       connection_.connectTimeoutMs, connection_.availabilityTimeoutMs, stop);
         const auto json = parsedBody(response);
         const auto models = json ? listedModels(*json) : std::vector<std::string>{};
         model_ = models.empty() ? std::string("default") : models.front();
@@ -320,25 +336,29 @@ int HttpLanguageModelService::contextTokens(std::stop_token stop) {
                 (*props)["default_generation_settings"].contains("n_ctx")) {
                 tokens = positiveInteger((*props)["default_generation_settings"]["n_ctx"]);
             }
-            if (!tokens && props->is_object() && props->contains("n_ctx")) tokens = positiveInteger((*props)["n_ctx"]);
+            if (!tokens && props->is_object() && props->contains("n_ctx"))
+                tokens = positiveInteger((*props)["n_ctx"]);
         }
         // Ollama: the model's num_ctx parameter, when one is set.
         if (!tokens) {
             const std::string request = dumpJson(Json{{"model", resolvedModel(stop)}}, -1);
-            if (const auto show = parsedBody(exchange(root + "/api/show", &request, connection_.connectTimeoutMs,
-                                                      connection_.availabilityTimeoutMs, stop))) {
+            if (const auto show =
+                    parsedBody(exchange(root + "/api/show", &request, connection_.connectTimeoutMs,
+                                        connection_.availabilityTimeoutMs, stop))) {
                 tokens = ollamaNumCtx(*show);
             }
         }
     } catch (const IntelligenceError&) {
     } catch (const LanguageModelError&) {
     }
-    if (!tokens) return ModelContextLimits::defaultOnDeviceContextTokens;  // not cached: the server may come up later
+    if (!tokens)
+        return ModelContextLimits::defaultOnDeviceContextTokens;  // not cached: the server may come up later
     contextTokens_ = tokens;
     return *tokens;
 }
 
-std::unique_ptr<LanguageModelSession> HttpLanguageModelService::makeSession(std::optional<std::string> instructions) {
+std::unique_ptr<LanguageModelSession> HttpLanguageModelService::makeSession(
+    std::optional<std::string> instructions) {
     return std::make_unique<Session>(*this, std::move(instructions));
 }
 
@@ -348,8 +368,9 @@ LanguageModelStatus HttpLanguageModelService::status(std::stop_token stop) {
     {
         const std::lock_guard lock(requestMutex());
         try {
-            const auto response = exchange(joined(connection_.baseURL, "/models"), nullptr,
-                                           connection_.availabilityTimeoutMs, connection_.availabilityTimeoutMs, stop);
+            const auto response =
+                exchange(joined(connection_.baseURL, "/models"), nullptr, connection_.availabilityTimeoutMs,
+                         connection_.availabilityTimeoutMs, stop);
             if (const auto json = parsedBody(response)) {
                 status.available = true;
                 status.models = listedModels(*json);
@@ -364,8 +385,9 @@ LanguageModelStatus HttpLanguageModelService::status(std::stop_token stop) {
         }
     }
     if (!status.available) return status;
-    status.model = !connection_.model.empty() ? connection_.model
-                                              : (status.models.empty() ? std::string("default") : status.models.front());
+    status.model = !connection_.model.empty()
+                       ? connection_.model
+                       : (status.models.empty() ? std::string("default") : status.models.front());
     status.contextTokens = contextTokens(stop);
     status.contextReported = contextTokens_.has_value();
     return status;

@@ -73,7 +73,8 @@ Selection classifyWithSelection(LanguageModelSession& session, const std::string
         return classifyWithStringJSON(session, prompt, allowed, stop);
     }
     try {
-        const Json reply = session.respondGenerating(prompt, GuidedSchemas::segmentSelection(), true, {}, stop);
+        const Json reply =
+            session.respondGenerating(prompt, GuidedSchemas::segmentSelection(), true, {}, stop);
         std::set<int> kept;
         bool wellFormed = reply.contains("keepSegmentIDs") && reply["keepSegmentIDs"].is_array();
         if (wellFormed) {
@@ -86,12 +87,13 @@ Selection classifyWithSelection(LanguageModelSession& session, const std::string
             }
         }
         if (!wellFormed) {
-            throw LanguageModelError(LanguageModelError::Kind::refusal,
-                                     "The language model's reply did not follow the JSON schema (a refusal of "
-                                     "guided output).");
+            throw LanguageModelError(
+                LanguageModelError::Kind::refusal,
+                "The language model's reply did not follow the JSON schema (a refusal of "
+                "guided output).");
         }
-        return selectionFrom(allowed, std::vector<int>(kept.begin(), kept.end()), 0.82, 0.35, "guided_selection",
-                             "guided_generation");
+        return selectionFrom(allowed, std::vector<int>(kept.begin(), kept.end()), 0.82, 0.35,
+                             "guided_selection", "guided_generation");
     } catch (const OperationCancelled&) {
         throw;
     } catch (const std::exception& e) {
@@ -106,28 +108,32 @@ Selection classifyWithSelection(LanguageModelSession& session, const std::string
 const GenerationSchema& GuidedSchemas::segmentSelection() {
     static const GenerationSchema schema{
         "GuidedSegmentSelection",
-        dumpJson(Json{{"type", "object"},
-             {"properties",
-              {{"keepSegmentIDs",
-                {{"type", "array"},
-                 {"items", {{"type", "integer"}}},
-                 {"description", "Integer segment IDs from the prompt to keep in the final edit"}}}}},
-             {"required", {"keepSegmentIDs"}},
-             {"additionalProperties", false}}, -1)};
+        dumpJson(
+            Json{{"type", "object"},
+                 {"properties",
+                  {{"keepSegmentIDs",
+                    {{"type", "array"},
+                     {"items", {{"type", "integer"}}},
+                     {"description", "Integer segment IDs from the prompt to keep in the final edit"}}}}},
+                 {"required", {"keepSegmentIDs"}},
+                 {"additionalProperties", false}},
+            -1)};
     return schema;
 }
 
 const GenerationSchema& GuidedSchemas::segmentDecision() {
     static const GenerationSchema schema{
         "GuidedSegmentDecision",
-        dumpJson(Json{{"type", "object"},
-             {"properties",
-              {{"segmentID", {{"type", "integer"}, {"description", "Segment ID from the prompt"}}},
-               {"keep", {{"type", "boolean"}, {"description", "Whether this segment should be kept"}}},
-               {"confidence", {{"type", "number"}, {"description", "Confidence from 0 to 1"}}},
-               {"reason", {{"type", "string"}, {"description", "Short reason for the decision"}}}}},
-             {"required", {"segmentID", "keep", "confidence", "reason"}},
-             {"additionalProperties", false}}, -1)};
+        dumpJson(
+            Json{{"type", "object"},
+                 {"properties",
+                  {{"segmentID", {{"type", "integer"}, {"description", "Segment ID from the prompt"}}},
+                   {"keep", {{"type", "boolean"}, {"description", "Whether this segment should be kept"}}},
+                   {"confidence", {{"type", "number"}, {"description", "Confidence from 0 to 1"}}},
+                   {"reason", {{"type", "string"}, {"description", "Short reason for the decision"}}}}},
+                 {"required", {"segmentID", "keep", "confidence", "reason"}},
+                 {"additionalProperties", false}},
+            -1)};
     return schema;
 }
 
@@ -135,13 +141,14 @@ const GenerationSchema& GuidedSchemas::chunkClassification() {
     static const GenerationSchema schema{
         "GuidedChunkClassification",
         dumpJson(Json{{"type", "object"},
-             {"properties",
-              {{"decisions",
-                {{"type", "array"},
-                 {"items", Json::parse(segmentDecision().schema)},
-                 {"description", "Per-segment keep decisions for the chunk"}}}}},
-             {"required", {"decisions"}},
-             {"additionalProperties", false}}, -1)};
+                      {"properties",
+                       {{"decisions",
+                         {{"type", "array"},
+                          {"items", Json::parse(segmentDecision().schema)},
+                          {"description", "Per-segment keep decisions for the chunk"}}}}},
+                      {"required", {"decisions"}},
+                      {"additionalProperties", false}},
+                 -1)};
     return schema;
 }
 
@@ -207,7 +214,8 @@ std::string LanguageModelInstructionParser::makeChunkPrompt(std::string_view ins
     std::string prompt(kPromptOpening);
     prompt += instruction;
     prompt += "\n</user_instruction>\nChunk: " + std::to_string(chunkIndex + 1) + "\n<transcript>\n";
-    for (const auto& segment : chunk) prompt += "[" + std::to_string(segment.id) + "] " + segment.text + "\n";
+    for (const auto& segment : chunk)
+        prompt += "[" + std::to_string(segment.id) + "] " + segment.text + "\n";
     prompt += "</transcript>\nReturn JSON only: {\"keepSegmentIDs\":[...]}";
     return prompt;
 }
@@ -241,9 +249,10 @@ ClassificationDocument LanguageModelInstructionParser::classifyChunk(Classificat
                                                                      int chunkIndex, bool single,
                                                                      const std::stop_token& stop) {
     std::set<int> allowed;
-    for (const auto& segment : chunk) allowed.insert(segment.id);
-    const std::string prompt =
-        single ? makeSingleSegmentPrompt(instruction, chunk.front()) : makeChunkPrompt(instruction, chunk, chunkIndex);
+    for (const auto& segment : chunk)
+        allowed.insert(segment.id);
+    const std::string prompt = single ? makeSingleSegmentPrompt(instruction, chunk.front())
+                                      : makeChunkPrompt(instruction, chunk, chunkIndex);
     ClassificationDocument document{.instruction = std::string(instruction),
                                     .chunkIndex = chunkIndex,
                                     .chunkSegmentIDs = std::vector<int>(allowed.begin(), allowed.end()),
@@ -263,7 +272,8 @@ ClassificationDocument LanguageModelInstructionParser::classifyChunk(Classificat
         throw;
     } catch (const std::exception& e) {
         if (isGuardrailLike(e)) {
-            for (int id : allowed) document.segmentResults.push_back({id, false, 0.0, "needs_review"});
+            for (int id : allowed)
+                document.segmentResults.push_back({id, false, 0.0, "needs_review"});
             document.modelNotes = backendNote(backend, std::string("needs_review: ") + e.what());
             return document;
         }
@@ -275,7 +285,8 @@ ClassificationDocument LanguageModelInstructionParser::classifyChunk(Classificat
 ClassificationRun LanguageModelInstructionParser::classify(const SegmentDocument& segments,
                                                            std::string_view instruction,
                                                            const InstructionParserOptions& options,
-                                                           const PartialRunCallback& onPartial, std::stop_token stop) {
+                                                           const PartialRunCallback& onPartial,
+                                                           std::stop_token stop) {
     const ClassificationModelBackend backend = options.backend.value_or(ClassificationModelBackend::onDevice);
     requireBackendAvailability(backend, stop);
     ClassificationRun run{.instruction = std::string(instruction), .modelBackend = backend};

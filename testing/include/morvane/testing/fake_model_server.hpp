@@ -6,8 +6,9 @@
 /// recording every request it receives.
 ///
 ///     FakeModelServer server;
-///     server.onChat([](const nlohmann::json& request) { return FakeModelServer::reply("{\"keepSegmentIDs\":[1]}"); });
-///     LanguageModelConnection connection{.baseURL = server.baseURL()};
+///     server.onChat([](const nlohmann::json& request) { return
+///     FakeModelServer::reply("{\"keepSegmentIDs\":[1]}"); }); LanguageModelConnection connection{.baseURL =
+///     server.baseURL()};
 
 #include <functional>
 #include <memory>
@@ -19,7 +20,7 @@
 namespace morvane::testing {
 
 class FakeModelServer {
-public:
+  public:
     struct Response {
         int status = 200;
         std::string body;
@@ -54,7 +55,7 @@ public:
     /// An error status with an OpenAI-style error body.
     [[nodiscard]] static Response error(int status, const std::string& message);
 
-private:
+  private:
     struct State;
     std::shared_ptr<State> state_;
     int port_ = 0;

@@ -11,7 +11,7 @@
 namespace morvane {
 
 class OperationCancelled : public std::exception {
-public:
+  public:
     [[nodiscard]] const char* what() const noexcept override { return "Cancelled."; }
 };
 

@@ -21,7 +21,7 @@
 namespace morvane {
 
 class PreferencesStore {
-public:
+  public:
     /// The store at `file`, or at the user's preferences file.
     explicit PreferencesStore(std::filesystem::path file = defaultPath());
     ~PreferencesStore();
@@ -48,7 +48,7 @@ public:
     /// Removes `key` and saves.
     void remove(std::string_view key);
 
-private:
+  private:
     void saveLocked();
 
     std::filesystem::path file_;

@@ -42,7 +42,7 @@ struct GenerationSchema {
 /// `IntelligenceError::languageModelUnavailable`). Refusals, including a server that rejects or ignores
 /// a JSON schema, say "refusal" in their text, so callers retry them as plain text.
 class LanguageModelError : public std::runtime_error {
-public:
+  public:
     enum class Kind {
         refusal,            ///< the model declined, or the server wouldn't follow the schema
         httpStatus,         ///< the server answered with an error status
@@ -53,18 +53,19 @@ public:
     LanguageModelError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
     [[nodiscard]] Kind kind() const noexcept { return kind_; }
 
-private:
+  private:
     Kind kind_;
 };
 
 /// One conversation context. Calls throw `LanguageModelError`, `IntelligenceError::languageModelUnavailable`
 /// when the server can't be reached, and `OperationCancelled` when `stop` is requested.
 class LanguageModelSession {
-public:
+  public:
     virtual ~LanguageModelSession() = default;
 
     /// The model's text reply to `prompt`.
-    virtual std::string respond(std::string_view prompt, const GenerationOptions& options, std::stop_token stop) = 0;
+    virtual std::string respond(std::string_view prompt, const GenerationOptions& options,
+                                std::stop_token stop) = 0;
 
     /// A reply that follows `schema`, parsed. With `includeSchemaInPrompt` the schema is also described to
     /// the model in words, for servers that constrain output loosely.
@@ -77,15 +78,15 @@ public:
 struct LanguageModelStatus {
     std::string serverURL;
     bool available = false;
-    std::string reason;              ///< why not, when unavailable
+    std::string reason;               ///< why not, when unavailable
     std::vector<std::string> models;  ///< what the server offers
-    std::string model;               ///< the model requests will name
-    int contextTokens = 0;           ///< the context window requests are sized for
-    bool contextReported = false;    ///< false when the server didn't say and the default is assumed
+    std::string model;                ///< the model requests will name
+    int contextTokens = 0;            ///< the context window requests are sized for
+    bool contextReported = false;     ///< false when the server didn't say and the default is assumed
 };
 
 class LanguageModelService {
-public:
+  public:
     virtual ~LanguageModelService() = default;
 
     /// Whether a model answers, asked with a short timeout.
@@ -114,7 +115,7 @@ struct LanguageModelConnection {
 
 /// The language model service over HTTP with libcurl.
 class HttpLanguageModelService final : public LanguageModelService {
-public:
+  public:
     explicit HttpLanguageModelService(LanguageModelConnection connection);
     ~HttpLanguageModelService() override;
 
@@ -128,7 +129,7 @@ public:
 
     [[nodiscard]] const LanguageModelConnection& connection() const noexcept { return connection_; }
 
-private:
+  private:
     class Session;
     std::string resolvedModel(std::stop_token stop);
 

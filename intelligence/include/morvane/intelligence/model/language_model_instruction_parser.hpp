@@ -9,7 +9,8 @@
 ///     HttpLanguageModelService service(connection);
 ///     LanguageModelInstructionParser parser(service);
 ///     ClassificationRun run = parser.classify(segments, "Keep the parts about licensing",
-///                                             {.chunkSize = 58, .mode = ClassificationMode::chunk}, {}, stop);
+///                                             {.chunkSize = 58, .mode = ClassificationMode::chunk}, {},
+///                                             stop);
 
 #include <optional>
 #include <set>
@@ -53,7 +54,7 @@ namespace ResponseParser {
 [[nodiscard]] bool isGuardrailLike(const std::exception& error);
 
 class LanguageModelInstructionParser final : public InstructionParser {
-public:
+  public:
     /// The system message of a chunk's session.
     static constexpr std::string_view chunkSessionInstructions =
         "You classify transcript segments for a non-fiction video edit.\n"
@@ -80,14 +81,15 @@ public:
                       std::stop_token stop);
 
     [[nodiscard]] static std::string makeChunkPrompt(std::string_view instruction,
-                                                     std::span<const TranscriptSegment> chunk, int chunkIndex);
+                                                     std::span<const TranscriptSegment> chunk,
+                                                     int chunkIndex);
     [[nodiscard]] static std::string makeSingleSegmentPrompt(std::string_view instruction,
                                                              const TranscriptSegment& segment);
 
-private:
+  private:
     ClassificationDocument classifyChunk(ClassificationModelBackend backend, std::string_view instruction,
-                                         std::span<const TranscriptSegment> chunk, int chunkIndex, bool single,
-                                         const std::stop_token& stop);
+                                         std::span<const TranscriptSegment> chunk, int chunkIndex,
+                                         bool single, const std::stop_token& stop);
     void requireBackendAvailability(ClassificationModelBackend backend, const std::stop_token& stop);
 
     LanguageModelService& service_;

@@ -14,6 +14,8 @@
 /// What no rule takes, a language model decides.
 
 #include <optional>
+#include <set>
+#include <stop_token>
 #include <string>
 #include <string_view>
 
@@ -75,6 +77,13 @@ struct RouteRequest {
     std::optional<AssistantCommandID> commandID;      ///< absent: the command is resolved from the text
 };
 
+/// What the language-model arms need: the parser that asks the model, and the size of the local model's
+/// context window (which sets how many segments go into one prompt).
+struct LanguageModelRoute {
+    InstructionParser& parser;
+    int onDeviceContextTokens = 4096;
+};
+
 namespace ModelRouter {
 
 /// The decider for `instruction` over `segments`. Throws `IntelligenceError::unsupportedInstruction`
@@ -82,7 +91,46 @@ namespace ModelRouter {
 [[nodiscard]] Route route(const SegmentDocument& segments, std::string_view instruction,
                           const RouteRequest& request = {});
 
+/// The backend the router would choose, for showing before a request runs.
+[[nodiscard]] ClassificationModelBackend plannedBackend(std::string_view instruction,
+                                                        ClassificationMode mode);
+
+/// One model pass in `mode` (two passes count as chunks here), on the backend the options name or the
+/// router picks, with their chunk size or one sized to the model's context. A request for the remote model
+/// that finds it unavailable runs on this computer's model instead and says so in the run.
+ClassificationRun classifyWithLanguageModel(const LanguageModelRoute& model, const SegmentDocument& segments,
+                                            std::string_view instruction, ClassificationMode mode,
+                                            const std::optional<InstructionParserOptions>& options,
+                                            const PartialRunCallback& onPartial, std::stop_token stop);
+
+/// The default model job: every segment judged alone, then the survivors reconciled as one story. Short
+/// documents (8 segments or fewer) and single survivors stop after the first pass; a second pass that
+/// fails or prunes more than half of the survivors is overruled by the first.
+ClassificationRun classifyTwoPass(const LanguageModelRoute& model, const SegmentDocument& segments,
+                                  std::string_view instruction,
+                                  const std::optional<InstructionParserOptions>& options,
+                                  const PartialRunCallback& onPartial, std::stop_token stop);
+
+/// `run` with `note` appended to every document's notes.
+[[nodiscard]] ClassificationRun annotate(ClassificationRun run, std::string_view note);
+
+/// Limits a run to the segments of the active edit (`pool`): kept ids outside it are dropped, and if
+/// nothing is left the pool itself is kept. A missing, empty or all-covering pool changes nothing.
+[[nodiscard]] ClassificationRun constrainToActiveEdit(ClassificationRun run,
+                                                      const std::optional<std::set<int>>& pool,
+                                                      const SegmentDocument& segments);
+
 }  // namespace ModelRouter
+
+namespace ModelRoutePlanner {
+
+/// An explicit backend as it is; otherwise this computer's model, since the remote model can't be routed to
+/// in this build (it would take chunked, whole-video requests when allowed or forced).
+[[nodiscard]] ClassificationModelBackend selectBackend(
+    std::string_view instruction, ClassificationMode mode,
+    std::optional<ClassificationModelBackend> explicitBackend, bool allowRemoteModel);
+
+}  // namespace ModelRoutePlanner
 
 /// Whether an instruction is about a few segments or the whole video.
 namespace InstructionScopeClassifier {

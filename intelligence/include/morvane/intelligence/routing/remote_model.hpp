@@ -22,8 +22,11 @@ namespace RemoteModelAvailability {
 /// Whether remote-model support is compiled in: never, in this build.
 inline constexpr bool isCompiledIn = false;
 
-/// Whether requests may go to the remote model: never, in this build, whatever MORVANE_FORCE_REMOTE_MODEL says.
-[[nodiscard]] constexpr bool canRouteToRemoteModel() noexcept { return isCompiledIn; }
+/// Whether requests may go to the remote model: never, in this build, whatever MORVANE_FORCE_REMOTE_MODEL
+/// says.
+[[nodiscard]] constexpr bool canRouteToRemoteModel() noexcept {
+    return isCompiledIn;
+}
 
 /// Unavailable, with "Requires a Morvane build with remote-model support (MORVANE_REMOTE_MODEL=1)".
 [[nodiscard]] RemoteModelAvailabilityStatus status();
