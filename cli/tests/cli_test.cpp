@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "morvane/engine/support/json.hpp"
+#include "morvane/testing/fake_model_server.hpp"
 #include "morvane/testing/process.hpp"
 #include "morvane/testing/temp_dir.hpp"
 
@@ -108,6 +109,30 @@ TEST(MorvaneCli, usageErrorsAndVersion) {
 
     result = runMorvane({"resolve", "x", "--no-transcript", "--transcript", "t.json"});
     EXPECT_EQ(result.exitCode, 2);
+}
+
+TEST(MorvaneCli, modelStatusReportsTheServerOrWhyNoneAnswers) {
+    testing::FakeModelServer server({"qwen2.5:3b", "llama3.2:3b"});
+    server.reportLlamaContext(8192);
+    auto result = runMorvane({"model", "status", "--url", server.baseURL(), "--json"});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const Json json = jsonOf(result);
+    EXPECT_EQ(json["available"], true);
+    EXPECT_EQ(json["model"], "qwen2.5:3b");
+    EXPECT_EQ(json["contextTokens"], 8192);
+    EXPECT_EQ(json["segmentsPerPrompt"], 132);
+
+    result = runMorvane({"model", "status", "--url", server.baseURL(), "--model", "llama3.2:3b"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_NE(result.out.find("Model:    llama3.2:3b"), std::string::npos) << result.out;
+
+    const std::string dead = [] {
+        const testing::FakeModelServer gone;
+        return gone.baseURL();
+    }();
+    result = runMorvane({"model", "status", "--url", dead});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.out.find("Status:   not available. Nothing answers at " + dead), std::string::npos) << result.out;
 }
 
 TEST(MorvaneCli, demoRunsOnTheBundledSample) {

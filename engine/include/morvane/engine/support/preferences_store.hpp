@@ -42,6 +42,7 @@ class PreferencesStore {
     /// the value is then still set in memory.
     void set(std::string_view key, const Json& value);
     void set(std::string_view key, std::string_view value);
+    void set(std::string_view key, const std::string& value) { set(key, std::string_view(value)); }
     void set(std::string_view key, const char* value) { set(key, std::string_view(value)); }  // not bool
     void set(std::string_view key, double value);
     void set(std::string_view key, bool value);
