@@ -36,9 +36,10 @@ void send(const FakeModelServer::Response& response, httplib::Response& out) {
 
 }  // namespace
 
-FakeModelServer::FakeModelServer(std::vector<std::string> models) : state_(std::make_shared<State>()) {
+FakeModelServer::FakeModelServer(std::vector<std::string> models) : state_(std::make_unique<State>()) {
     state_->models = std::move(models);
-    auto state = state_;
+    // Handlers borrow the state: it owns the server that holds them, and outlives it.
+    State* state = state_.get();
     state_->server.Get("/v1/models", [state](const httplib::Request&, httplib::Response& res) {
         nlohmann::json data = nlohmann::json::array();
         std::lock_guard lock(state->mutex);

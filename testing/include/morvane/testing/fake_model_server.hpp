@@ -57,7 +57,7 @@ class FakeModelServer {
 
   private:
     struct State;
-    std::shared_ptr<State> state_;
+    std::unique_ptr<State> state_;
     int port_ = 0;
 };
 
