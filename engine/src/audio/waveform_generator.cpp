@@ -52,14 +52,23 @@ void WaveformBinner::process(std::span<const float> samples) noexcept {
         // Sample i belongs to bin trunc(i / samplesPerBin): the run up to the next boundary shares one bin.
         const auto run = static_cast<std::size_t>(
             std::min<std::int64_t>(binEnd_ - sample_, static_cast<std::int64_t>(samples.size())));
-        float lo = mins_[bin_];
-        float hi = maxs_[bin_];
-        for (const float s : samples.first(run)) {
-            lo = s < lo ? s : lo;
-            hi = s > hi ? s : hi;
+        // Four independent extremes per side keep the comparisons from waiting on each other.
+        float lo[4] = {mins_[bin_], mins_[bin_], mins_[bin_], mins_[bin_]};
+        float hi[4] = {maxs_[bin_], maxs_[bin_], maxs_[bin_], maxs_[bin_]};
+        std::size_t i = 0;
+        for (; i + 4 <= run; i += 4) {
+            for (std::size_t k = 0; k < 4; ++k) {
+                const float s = samples[i + k];
+                lo[k] = s < lo[k] ? s : lo[k];
+                hi[k] = s > hi[k] ? s : hi[k];
+            }
         }
-        mins_[bin_] = lo;
-        maxs_[bin_] = hi;
+        for (; i < run; ++i) {
+            lo[0] = samples[i] < lo[0] ? samples[i] : lo[0];
+            hi[0] = samples[i] > hi[0] ? samples[i] : hi[0];
+        }
+        mins_[bin_] = std::min({lo[0], lo[1], lo[2], lo[3]});
+        maxs_[bin_] = std::max({hi[0], hi[1], hi[2], hi[3]});
         sample_ += static_cast<std::int64_t>(run);
         samples = samples.subspan(run);
         if (sample_ == binEnd_) {

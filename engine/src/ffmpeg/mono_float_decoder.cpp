@@ -30,11 +30,9 @@ double parseDurationTag(const char* text) {
 
 }  // namespace
 
-MonoFloatDecoder::MonoFloatDecoder(const std::filesystem::path& path, int sampleRate, std::stop_token stop,
+MonoFloatDecoder::MonoFloatDecoder(const std::filesystem::path& path, std::stop_token stop,
                                    std::string_view startFailure)
-    : stop_(std::move(stop)), name_(path.filename().string()), rate_(sampleRate) {
-    if (sampleRate < 1)
-        throw EngineError::readerFailed(fmt::format("{}: sample rate {}", startFailure, sampleRate));
+    : stop_(std::move(stop)), name_(path.filename().string()) {
     format_ = openInput(path, &stop_);
     stream_ = firstStream(*format_, AVMEDIA_TYPE_AUDIO);
     if (stream_ < 0) throw EngineError::noAudioTrack();
@@ -59,6 +57,7 @@ MonoFloatDecoder::MonoFloatDecoder(const std::filesystem::path& path, int sample
         throw readerError(startFailure, rc);
     packet_ = makePacket();
     frame_ = makeFrame();
+    rate_ = std::max(codec_->sample_rate, 0);
 }
 
 MonoFloatDecoder::~MonoFloatDecoder() {
@@ -105,7 +104,7 @@ MonoFloatDecoder::Block MonoFloatDecoder::next() {
             noteDecodeError(sent);
     }
     const std::int64_t first = position_ - static_cast<std::int64_t>(out_.size());
-    return {out_, first};
+    return {out_, first, rate_};
 }
 
 double MonoFloatDecoder::declaredTrackSeconds() const {
@@ -123,7 +122,7 @@ double MonoFloatDecoder::declaredTrackSeconds() const {
 void MonoFloatDecoder::checkComplete() const {
     // Demuxers end a file that stops mid-way as if it were complete; only its stated length tells.
     const double declared = declaredTrackSeconds();
-    const double reached = static_cast<double>(position_) / rate_;
+    const double reached = rate_ > 0 ? static_cast<double>(position_) / rate_ : 0.0;
     if (declared > 0.0 && reached < declared - kTruncationToleranceSeconds) {
         throw readerError(
             fmt::format("{} ends at {:.2f} s of its {:.2f} s, cut short", name_, reached, declared),
@@ -150,8 +149,7 @@ void MonoFloatDecoder::seek(double seconds) {
     draining_ = false;
     finished_ = false;
     positionKnown_ = false;
-    seekTarget_ = std::llround(seconds * rate_);
-    position_ = seekTarget_;
+    position_ = std::llround(seconds * rate_);
 }
 
 void MonoFloatDecoder::configureResampler(const AVFrame& frame) {
@@ -160,6 +158,11 @@ void MonoFloatDecoder::configureResampler(const AVFrame& frame) {
         return;
     }
     if (resampler_) flushResampler();  // the tail of the old format still belongs to the track
+    if (rate_ > 0 && frame.sample_rate != rate_) {
+        // The track changed its rate: count on at the new one.
+        position_ = av_rescale(position_, frame.sample_rate, rate_);
+    }
+    // Only the sample format and the channels change here; the rate stays the track's.
 
     AVChannelLayout input{};
     if (frame.ch_layout.order == AV_CHANNEL_ORDER_UNSPEC || frame.ch_layout.nb_channels < 1) {
@@ -169,14 +172,12 @@ void MonoFloatDecoder::configureResampler(const AVFrame& frame) {
     }
     AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
     SwrContext* raw = nullptr;
-    int rc = swr_alloc_set_opts2(&raw, &mono, AV_SAMPLE_FMT_FLT, rate_, &input,
+    int rc = swr_alloc_set_opts2(&raw, &mono, AV_SAMPLE_FMT_FLT, frame.sample_rate, &input,
                                  static_cast<AVSampleFormat>(frame.format), frame.sample_rate, 0, nullptr);
     ResamplerPtr resampler(raw);
     const int channels = input.nb_channels;
     av_channel_layout_uninit(&input);
     if (rc < 0) throw readerError(fmt::format("Could not convert the audio of {}", name_), rc);
-    // Without SoX support the built-in resampler stays, which is also band-limited, only slower.
-    av_opt_set_int(resampler.get(), "resampler", SWR_ENGINE_SOXR, 0);
     const std::vector<double> average(static_cast<std::size_t>(channels), 1.0 / channels);
     if (rc = swr_set_matrix(resampler.get(), average.data(), channels); rc < 0)
         throw readerError(fmt::format("Could not mix the audio of {}", name_), rc);
@@ -186,6 +187,7 @@ void MonoFloatDecoder::configureResampler(const AVFrame& frame) {
     resampler_ = std::move(resampler);
     resamplerFormat_ = frame.format;
     resamplerRate_ = frame.sample_rate;
+    rate_ = frame.sample_rate;
     av_channel_layout_uninit(&resamplerLayout_);
     if (av_channel_layout_copy(&resamplerLayout_, &frame.ch_layout) < 0) throw std::bad_alloc();
 }

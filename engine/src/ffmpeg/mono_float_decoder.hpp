@@ -1,14 +1,14 @@
 #pragma once
 
-// The first audio track of a media file, decoded to mono 32-bit float at a chosen rate.
+// The first audio track of a media file, decoded to mono 32-bit float at the track's own rate. Rate
+// conversion is a separate stage (MonoResampler), so that it can run on another thread than decoding.
 //
-//     MonoFloatDecoder decoder(path, 48000, stop, "Failed to start PCM reader");
+//     MonoFloatDecoder decoder(path, stop, "Failed to start PCM reader");
 //     for (auto block = decoder.next(); !block.samples.empty(); block = decoder.next())
-//         consume(block.samples);   // block.firstSample: where it lies in the track, in output samples
+//         consume(block.samples);   // block.firstSample: where it lies in the track, at block.sampleRate
 //
-// The downmix is the plain average of the channels, (L+R)/2 for stereo, set explicitly on the resampler:
+// The downmix is the plain average of the channels, (L+R)/2 for stereo, set explicitly on swresample:
 // FFmpeg's default mix keeps more level (3 dB for stereo) and would move every threshold measured in dB.
-// Resampling uses the SoX resampler at its high-quality setting when FFmpeg has it.
 
 #include <cstdint>
 #include <filesystem>
@@ -27,15 +27,15 @@ class MonoFloatDecoder {
     /// Opens the first audio track of `path`. Throws `EngineError::missingFile`, `noAudioTrack`, and
     /// `readerFailed` with FFmpeg's reason when the file can't be opened, or with `startFailure` and the
     /// reason when its audio can't be decoded.
-    MonoFloatDecoder(const std::filesystem::path& path, int sampleRate, std::stop_token stop,
-                     std::string_view startFailure);
+    MonoFloatDecoder(const std::filesystem::path& path, std::stop_token stop, std::string_view startFailure);
     ~MonoFloatDecoder();
     MonoFloatDecoder(const MonoFloatDecoder&) = delete;
     MonoFloatDecoder& operator=(const MonoFloatDecoder&) = delete;
 
     struct Block {
         std::span<const float> samples;  ///< valid until the next call
-        std::int64_t firstSample = 0;    ///< index of samples[0] in the track, at the output rate
+        std::int64_t firstSample = 0;    ///< index of samples[0] in the track, at `sampleRate`
+        int sampleRate = 0;              ///< the track's rate (which a few streams change midway)
     };
 
     /// The next decoded samples; empty at the end of the track. Throws `readerFailed` with FFmpeg's
@@ -46,6 +46,7 @@ class MonoFloatDecoder {
     /// (decoders resume at packet boundaries); their `firstSample` says where.
     void seek(double seconds);
 
+    /// The track's rate as its header states it; 0 when it doesn't.
     [[nodiscard]] int sampleRate() const noexcept { return rate_; }
     /// The file's duration in seconds; 0 when the container doesn't say.
     [[nodiscard]] double durationSeconds() const noexcept { return duration_; }
@@ -60,7 +61,7 @@ class MonoFloatDecoder {
 
     std::stop_token stop_;  // before format_: the demuxer's interrupt callback points at it
     std::string name_;
-    int rate_;
+    int rate_ = 0;  // of the samples produced: the rate of the last decoded frame
     InputFormatPtr format_;
     int stream_ = -1;
     double duration_ = 0.0;
