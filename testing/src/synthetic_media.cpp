@@ -140,4 +140,57 @@ std::filesystem::path truncateCopy(const std::filesystem::path& path, const std:
     return output;
 }
 
+namespace {
+
+std::vector<std::string> ffprobeLines(const std::vector<std::string>& args) {
+    std::vector<std::string> argv{"/usr/bin/ffprobe", "-v", "error"};
+    argv.insert(argv.end(), args.begin(), args.end());
+    const ProcessResult result = runProcess(argv);
+    if (result.exitCode != 0) throw std::runtime_error("ffprobe failed: " + result.err);
+    std::vector<std::string> lines;
+    std::size_t at = 0;
+    while (at < result.out.size()) {
+        const auto end = result.out.find('\n', at);
+        std::string line = result.out.substr(at, end == std::string::npos ? std::string::npos : end - at);
+        while (!line.empty() && (line.back() == '\r' || line.back() == ','))
+            line.pop_back();
+        if (!line.empty()) lines.push_back(line);
+        if (end == std::string::npos) break;
+        at = end + 1;
+    }
+    return lines;
+}
+
+}  // namespace
+
+std::vector<std::string> streamCodecs(const std::filesystem::path& path) {
+    return ffprobeLines({"-show_entries", "stream=codec_name", "-of", "csv=p=0", path.string()});
+}
+
+int countVideoFrames(const std::filesystem::path& path) {
+    const auto lines = ffprobeLines({"-count_frames", "-select_streams", "v:0", "-show_entries",
+                                     "stream=nb_read_frames", "-of", "csv=p=0", path.string()});
+    if (lines.empty()) throw std::runtime_error("no video stream in " + path.string());
+    return std::stoi(lines.front());
+}
+
+std::string grayThumbnail(const std::filesystem::path& path, double seconds) {
+    const ProcessResult result = runProcess({"/usr/bin/ffmpeg", "-nostdin", "-loglevel", "error", "-i",
+                                             path.string(), "-ss", std::to_string(seconds), "-frames:v", "1",
+                                             "-s", "64x48", "-pix_fmt", "gray", "-f", "rawvideo", "-"});
+    if (result.exitCode != 0 || result.out.size() != 64 * 48)
+        throw std::runtime_error("no frame at " + std::to_string(seconds) + " s in " + path.string() + ": " +
+                                 result.err);
+    return result.out;
+}
+
+double thumbnailDifference(const std::string& a, const std::string& b) {
+    if (a.size() != b.size() || a.empty()) throw std::runtime_error("thumbnails differ in size");
+    double sum = 0.0;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        sum += std::abs(static_cast<int>(static_cast<unsigned char>(a[i])) -
+                        static_cast<int>(static_cast<unsigned char>(b[i])));
+    return sum / static_cast<double>(a.size());
+}
+
 }  // namespace morvane::testing

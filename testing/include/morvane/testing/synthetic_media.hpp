@@ -56,4 +56,16 @@ std::filesystem::path makeMovie(const std::filesystem::path& output, double seco
 std::filesystem::path truncateCopy(const std::filesystem::path& path, const std::filesystem::path& output,
                                    std::uintmax_t keepBytes);
 
+/// The codec of each stream of `path`, in order ("h264", "aac"...), as ffprobe names them.
+[[nodiscard]] std::vector<std::string> streamCodecs(const std::filesystem::path& path);
+
+/// The number of frames of the first video stream of `path`, decoded and counted by ffprobe.
+[[nodiscard]] int countVideoFrames(const std::filesystem::path& path);
+
+/// The frame of `path` shown at `seconds`, as 64x48 grey bytes, for comparing pictures loosely.
+[[nodiscard]] std::string grayThumbnail(const std::filesystem::path& path, double seconds);
+
+/// The mean absolute difference of two thumbnails of the same size, 0 to 255.
+[[nodiscard]] double thumbnailDifference(const std::string& a, const std::string& b);
+
 }  // namespace morvane::testing
