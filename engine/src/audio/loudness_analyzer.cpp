@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-#include "audio/progress_throttle.hpp"
+#include "audio/stream_pass.hpp"
 #include "audio/sum_of_squares.hpp"
 
 namespace morvane::engine {
@@ -104,13 +104,7 @@ std::optional<double> measureIntegratedLUFS(const std::filesystem::path& url,
     PCMStream stream(url, kRate, std::move(stop));
     if (maxSeconds) stream.setRange(0.0, maxSeconds);
     LoudnessMeter meter(kRate);
-    ProgressThrottle throttle(progress);
-    const auto expected = static_cast<double>(stream.expectedSamples());
-    for (auto block = stream.read(); !block.empty(); block = stream.read()) {
-        meter.process(block);
-        if (expected > 0) throttle.report(static_cast<double>(stream.samplesRead()) / expected);
-    }
-    throttle.finish();
+    forEachBlock(stream, progress, [&](std::span<const float> block) { meter.process(block); });
     if (meter.sampleCount() == 0) return std::nullopt;
     return meter.integratedLUFS();
 }

@@ -8,7 +8,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "audio/progress_throttle.hpp"
+#include "audio/stream_pass.hpp"
 #include "morvane/engine/audio/pcm_sample_reader.hpp"
 #include "morvane/engine/engine_error.hpp"
 
@@ -134,12 +134,7 @@ WaveformEnvelope generate(const std::filesystem::path& url, std::optional<int> t
     const std::size_t bins = binCount(duration, targetBins);
     const double expected = duration * sampleRate;
     WaveformBinner binner(bins, expected / static_cast<double>(bins));
-    ProgressThrottle throttle(progress);
-    for (auto block = stream->read(); !block.empty(); block = stream->read()) {
-        binner.process(block);
-        throttle.report(static_cast<double>(stream->samplesRead()) / expected);
-    }
-    throttle.finish();
+    forEachBlock(*stream, progress, [&](std::span<const float> block) { binner.process(block); });
     WaveformEnvelope envelope = std::move(binner).finish(duration);
     normalizeSigned(envelope);
     return envelope;

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "audio/progress_throttle.hpp"
+#include "audio/stream_pass.hpp"
 #include "audio/sum_of_squares.hpp"
 #include "morvane/engine/audio/pcm_sample_reader.hpp"
 #include "morvane/engine/engine_error.hpp"
@@ -83,13 +83,7 @@ std::vector<SilenceSpan> detect(const std::filesystem::path& url, const SilenceD
                                 const ProgressCallback& progress, std::stop_token stop) {
     PCMStream stream(url, SilenceScanner::sampleRate, std::move(stop), "Failed to start audio reader");
     SilenceScanner scanner(options);
-    ProgressThrottle throttle(progress);
-    const auto expected = static_cast<double>(stream.expectedSamples());
-    for (auto block = stream.read(); !block.empty(); block = stream.read()) {
-        scanner.process(block);
-        if (expected > 0) throttle.report(static_cast<double>(stream.samplesRead()) / expected);
-    }
-    throttle.finish();
+    forEachBlock(stream, progress, [&](std::span<const float> block) { scanner.process(block); });
     return scanner.finish();
 }
 
