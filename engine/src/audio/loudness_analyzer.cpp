@@ -42,9 +42,18 @@ LoudnessMeter::LoudnessMeter(double sampleRate)
       nextBlockEnd_(static_cast<std::int64_t>(blockLength_)) {}
 
 void LoudnessMeter::process(std::span<const float> samples) {
-    scratch_.assign(samples.begin(), samples.end());
-    filter_.process(scratch_);
-    std::span<const float> weighted(scratch_);
+    // Weighted in pieces, so that measuring a buffer in memory never copies all of it.
+    constexpr std::size_t kPiece = 65536;
+    while (!samples.empty()) {
+        const std::size_t n = std::min(kPiece, samples.size());
+        scratch_.assign(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(n));
+        samples = samples.subspan(n);
+        filter_.process(scratch_);
+        addWeighted(scratch_);
+    }
+}
+
+void LoudnessMeter::addWeighted(std::span<const float> weighted) {
     totalSquares_ += sumOfSquares(weighted);
     while (!weighted.empty()) {
         // Fill the ring up to the end of the next block, wrapping as needed.

@@ -56,6 +56,7 @@ class LoudnessMeter {
     [[nodiscard]] static double gatedLoudness(std::span<const double> blockLUFS);
 
   private:
+    void addWeighted(std::span<const float> weighted);
     void closeBlock();
 
     KWeightingFilter filter_;
