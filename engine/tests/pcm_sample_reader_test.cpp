@@ -108,6 +108,20 @@ TEST(PCMSampleReaderMedia, resamplesWithoutShiftingTime) {
     const PCMBuffer converted = PCMSampleReader::readMonoFloat(toneWav, 44100);
     EXPECT_NEAR(dB(rmsOf(std::span<const float>(converted.samples).subspan(4410, 35280))),
                 dB(0.5 / std::sqrt(2.0)), 0.05);
+
+    // Band-limited: 18 kHz passes to 44.1 kHz, 25 kHz (above the new Nyquist) does not fold back.
+    struct Band {
+        double hz;
+        double minDB;
+        double maxDB;
+    } bands[] = {{18000.0, -9.3, -8.8}, {25000.0, -200.0, -90.0}};
+    for (const auto& band : bands) {
+        const auto bandWav = writeWav(dir.path() / "band.wav", tone(band.hz, 0.5, 1.0, 48000), 1, 48000);
+        const PCMBuffer out = PCMSampleReader::readMonoFloat(bandWav, 44100);
+        const double level = dB(rmsOf(std::span<const float>(out.samples).subspan(4410, 35280)));
+        EXPECT_GT(level, band.minDB) << band.hz;
+        EXPECT_LT(level, band.maxDB) << band.hz;
+    }
 }
 
 TEST(PCMSampleReaderMedia, readsRangesExactlyFromUncompressedAudio) {

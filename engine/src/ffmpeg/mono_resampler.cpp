@@ -6,6 +6,12 @@
 
 namespace morvane::engine::ffmpeg {
 
+void setHighQualityResampling(SwrContext* context) {
+    av_opt_set_int(context, "resampler", SWR_ENGINE_SWR, 0);
+    av_opt_set_int(context, "filter_size", 64, 0);
+    av_opt_set_double(context, "cutoff", 0.91, 0);
+}
+
 void MonoResampler::configure(int inputRate) {
     AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
     SwrContext* raw = nullptr;
@@ -13,8 +19,7 @@ void MonoResampler::configure(int inputRate) {
                                  inputRate, 0, nullptr);
     ResamplerPtr context(raw);
     if (rc < 0) throw readerError("Could not set up rate conversion", rc);
-    // Without SoX support the built-in resampler stays, which is also band-limited, only slower.
-    av_opt_set_int(context.get(), "resampler", SWR_ENGINE_SOXR, 0);
+    setHighQualityResampling(context.get());
     if (rc = swr_init(context.get()); rc < 0) throw readerError("Could not set up rate conversion", rc);
     context_ = std::move(context);
     inputRate_ = inputRate;

@@ -1,8 +1,10 @@
 #pragma once
 
-// Rate conversion of mono 32-bit float samples with the SoX resampler (band-limited, high quality) when
-// FFmpeg has it, swresample's own otherwise. Output sample k lies at time k / outputRate from the first
-// input sample: the filter's delay is compensated.
+// Rate conversion of mono 32-bit float samples, band-limited: swresample's polyphase filter with 64 taps a
+// phase (twice FFmpeg's default), a Kaiser window and the passband ending at 91% of the lower Nyquist
+// frequency, which rejects aliases about as well as the SoX resampler's high-quality setting at half its
+// cost here (that matters when an hour of audio is converted). Output sample k lies at time
+// k / outputRate from the first input sample: the filter's delay is compensated.
 //
 //     MonoResampler resampler(44100);
 //     resampler.convert(block48k, 48000, out);   // appends
@@ -14,6 +16,9 @@
 #include "ffmpeg/ffmpeg_ptr.hpp"
 
 namespace morvane::engine::ffmpeg {
+
+/// Sets the high-quality filter above on a context that is not yet initialised.
+void setHighQualityResampling(SwrContext* context);
 
 class MonoResampler {
   public:

@@ -12,6 +12,7 @@
 #include "ffmpeg/ffmpeg_error.hpp"
 #include "ffmpeg/ffmpeg_ptr.hpp"
 #include "ffmpeg/media_input.hpp"
+#include "ffmpeg/mono_resampler.hpp"
 #include "morvane/engine/engine_error.hpp"
 
 namespace morvane::engine::ffmpeg {
@@ -373,7 +374,7 @@ class AudioEncodeTrack final : public EncodeTrack {
             av_channel_layout_uninit(&input);
             resampler_.reset(raw);
             check(rc, "Could not convert the audio");
-            av_opt_set_int(resampler_.get(), "resampler", SWR_ENGINE_SOXR, 0);
+            setHighQualityResampling(resampler_.get());
             check(swr_init(resampler_.get()), "Could not convert the audio");
         }
         const int inCount = frame != nullptr ? frame->nb_samples : 0;
