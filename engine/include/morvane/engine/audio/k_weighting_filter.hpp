@@ -20,11 +20,13 @@
 
 namespace morvane::engine {
 
+/// One second-order section in transposed direct form II; `step` filters one sample.
 struct Biquad {
     double b0, b1, b2, a1, a2;
     double s1 = 0.0;
     double s2 = 0.0;
 
+    /// The output for input `x`, advancing the state.
     [[nodiscard]] double step(double x) noexcept {
         const double y = b0 * x + s1;
         s1 = b1 * x - a1 * y + s2;
@@ -33,6 +35,7 @@ struct Biquad {
     }
 };
 
+/// The shelf and the high-pass in series, with their 48 kHz coefficients.
 class KWeightingFilter {
   public:
     /// Weights `samples` in place.

@@ -49,6 +49,7 @@ class LoudnessMeter {
     /// The integrated loudness of everything so far, in LUFS; −∞ when nothing is measurable.
     [[nodiscard]] double integratedLUFS() const;
 
+    /// Samples measured so far.
     [[nodiscard]] std::int64_t sampleCount() const noexcept { return count_; }
 
     /// The gated power mean of block loudnesses (each already 10·log10(ms) − 0.691), with the offset

@@ -27,11 +27,13 @@
 
 namespace morvane::engine {
 
+/// Whole decoded tracks keyed by file, size, modification time and rate.
 class PCMCache {
   public:
     /// Half a gigabyte holds about 45 minutes of mono audio at 48 kHz.
     static constexpr std::size_t defaultMaxBytes = std::size_t{512} << 20;
 
+    /// A cache that keeps at most about `maxBytes` of samples.
     explicit PCMCache(std::size_t maxBytes = defaultMaxBytes) : maxBytes_(maxBytes) {}
 
     /// The whole first audio track of `url` at `sampleRate`, as `PCMSampleReader::readMonoFloat` reads it,

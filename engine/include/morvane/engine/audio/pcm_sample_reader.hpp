@@ -70,6 +70,7 @@ class PCMStream {
     /// the next call. Throws `readerFailed` or `OperationCancelled`.
     [[nodiscard]] std::span<const float> read();
 
+    /// The rate samples are delivered at, as asked for.
     [[nodiscard]] int sampleRate() const noexcept;
     /// The file's duration as its container states it, in seconds; 0 when unknown. An estimate: the
     /// samples read are the truth.

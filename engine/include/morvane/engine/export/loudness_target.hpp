@@ -13,6 +13,7 @@
 
 namespace morvane::engine {
 
+/// A platform's loudness norm, or none (no correction).
 enum class LoudnessTarget { youtube, podcast, none };
 
 /// The persisted text of each target.
