@@ -18,7 +18,7 @@ std::size_t sampleCount(double seconds, int sampleRate) {
 }
 
 template <class T>
-void put(std::ofstream& out, T value) {
+void put(std::ostream& out, T value) {
     // WAV is little-endian, as is every machine Morvane builds on.
     out.write(reinterpret_cast<const char*>(&value), sizeof value);
 }
@@ -91,6 +91,21 @@ std::filesystem::path writeWav(const std::filesystem::path& path, std::span<cons
         }
     }
     if (!out) throw std::runtime_error("could not write " + path.string());
+    return path;
+}
+
+std::filesystem::path writeLongSilentWav(const std::filesystem::path& path, double seconds, int sampleRate) {
+    const auto samples = static_cast<std::uint64_t>(std::llround(seconds * sampleRate));
+    if (samples * 4 + 36 > 0xFFFFFFFFull) throw std::runtime_error("too long for a WAV");
+    writeWav(path, std::vector<float>{}, 1, sampleRate);
+    {
+        std::fstream out(path, std::ios::binary | std::ios::in | std::ios::out);
+        out.seekp(4);
+        put<std::uint32_t>(out, static_cast<std::uint32_t>(36 + samples * 4));
+        out.seekp(40);
+        put<std::uint32_t>(out, static_cast<std::uint32_t>(samples * 4));
+    }
+    std::filesystem::resize_file(path, 44 + samples * 4);
     return path;
 }
 

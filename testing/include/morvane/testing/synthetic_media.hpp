@@ -39,6 +39,12 @@ enum class WavEncoding { pcm16, float32 };
 std::filesystem::path writeWav(const std::filesystem::path& path, std::span<const float> interleaved,
                                int channels, int sampleRate, WavEncoding encoding = WavEncoding::float32);
 
+/// A mono 32-bit float WAV of `seconds` of digital silence at `sampleRate`, made in an instant: the samples
+/// are a hole in a sparse file. For runs that must last a while whatever the machine (at most ~6 h at 48
+/// kHz).
+std::filesystem::path writeLongSilentWav(const std::filesystem::path& path, double seconds,
+                                         int sampleRate = 48000);
+
 /// Runs `ffmpeg -nostdin -y -loglevel error <args>`. Throws std::runtime_error with its stderr on failure.
 void runFfmpeg(const std::vector<std::string>& args);
 
