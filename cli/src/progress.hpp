@@ -48,4 +48,13 @@ class InterruptStop {
     std::jthread watcher_;
 };
 
+/// Runs `work(progress, stop)` with a bar labelled `label` and Ctrl-C as its stop, and returns its result
+/// once the bar is cleared from the terminal.
+template <class Work>
+auto withProgress(std::string label, Work&& work) {
+    const InterruptStop interrupt;
+    ProgressBar bar(std::move(label));
+    return work([&bar](double share) { bar.update(share); }, interrupt.token());
+}
+
 }  // namespace morvane::cli

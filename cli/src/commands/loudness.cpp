@@ -24,13 +24,10 @@ void addLoudnessVerb(CLI::App& app, RunState& /*state*/) {
     verb->add_option("file", options->file, "A video or audio file")->required();
     verb->add_flag("--json", options->json, "Print the result as JSON");
     verb->callback([options] {
-        const InterruptStop interrupt;
-        std::optional<double> lufs;
-        {
-            ProgressBar bar("loudness");
-            lufs = LoudnessAnalyzer::measureIntegratedLUFS(
-                options->file, std::nullopt, [&](double share) { bar.update(share); }, interrupt.token());
-        }
+        const auto lufs = withProgress("loudness", [&](const auto& progress, std::stop_token stop) {
+            return LoudnessAnalyzer::measureIntegratedLUFS(options->file, std::nullopt, progress,
+                                                           std::move(stop));
+        });
         // Silence measures minus infinity: no measurement, as everywhere else.
         const bool measured = lufs && std::isfinite(*lufs);
         if (options->json) {

@@ -30,14 +30,9 @@ void addSilencesVerb(CLI::App& app, RunState& /*state*/) {
         ->check(CLI::NonNegativeNumber);
     verb->add_flag("--json", options->json, "Print the spans as JSON");
     verb->callback([options] {
-        const InterruptStop interrupt;
-        std::vector<SilenceSpan> spans;
-        {
-            ProgressBar bar("silences");
-            spans = SilenceDetector::detect(
-                options->file, options->detection, [&](double share) { bar.update(share); },
-                interrupt.token());
-        }
+        const auto spans = withProgress("silences", [&](const auto& progress, std::stop_token stop) {
+            return SilenceDetector::detect(options->file, options->detection, progress, std::move(stop));
+        });
         if (options->json) {
             printJson(Json(spans));
             return;

@@ -26,13 +26,9 @@ void addWaveformVerb(CLI::App& app, RunState& /*state*/) {
         ->check(CLI::Range(1, 1 << 22));
     verb->add_flag("--json", options->json, "Print the envelope as JSON (mins, maxs, durationSeconds)");
     verb->callback([options] {
-        const InterruptStop interrupt;
-        WaveformEnvelope envelope;
-        {
-            ProgressBar bar("waveform");
-            envelope = WaveformGenerator::generate(
-                options->file, options->bins, [&](double share) { bar.update(share); }, interrupt.token());
-        }
+        const auto envelope = withProgress("waveform", [&](const auto& progress, std::stop_token stop) {
+            return WaveformGenerator::generate(options->file, options->bins, progress, std::move(stop));
+        });
         if (options->json) {
             printJson(Json(envelope));
             return;
