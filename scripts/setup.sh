@@ -9,7 +9,7 @@ packages=(
   # foundation: JSON, formatting, text, command line
   nlohmann-json3-dev libfmt-dev libicu-dev libpcre2-dev libcli11-dev
   # tests and benchmarks
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev time
   # media: FFmpeg's libraries and tool, DSP
   libavformat-dev libavcodec-dev libavfilter-dev libavdevice-dev libswscale-dev
   libswresample-dev libavutil-dev ffmpeg libfftw3-dev librubberband-dev

@@ -19,6 +19,9 @@ void addCommandsVerb(CLI::App& app, RunState& state);
 void addResolveVerb(CLI::App& app, RunState& state);
 void addDemoVerb(CLI::App& app, RunState& state);
 void addModelVerb(CLI::App& app, RunState& state);
+void addSilencesVerb(CLI::App& app, RunState& state);
+void addLoudnessVerb(CLI::App& app, RunState& state);
+void addWaveformVerb(CLI::App& app, RunState& state);
 
 /// Writes `json` pretty-printed to stdout, with a final newline.
 void printJson(const Json& json);

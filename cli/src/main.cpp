@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "cli.hpp"
+#include "morvane/engine/support/cancellation.hpp"
 
 int main(int argc, char** argv) {
     using namespace morvane::cli;
@@ -16,6 +17,9 @@ int main(int argc, char** argv) {
     addResolveVerb(app, state);
     addDemoVerb(app, state);
     addModelVerb(app, state);
+    addSilencesVerb(app, state);
+    addLoudnessVerb(app, state);
+    addWaveformVerb(app, state);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {
@@ -27,6 +31,9 @@ int main(int argc, char** argv) {
     } catch (const CLI::Error& e) {
         app.exit(e);
         return 2;
+    } catch (const morvane::OperationCancelled& e) {
+        std::fprintf(stderr, "morvane: %s\n", e.what());
+        return 130;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "morvane: %s\n", e.what());
         return 1;

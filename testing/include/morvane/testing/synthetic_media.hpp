@@ -1,0 +1,77 @@
+#pragma once
+
+/// Media made by the tests themselves: signals with known levels and gaps, written as WAV and, through
+/// the `ffmpeg` tool, as any container or codec a test needs. No binary fixtures live in the repository.
+///
+///     auto samples = concat({tone(440, 0.5, 1.0, 48000), silence(0.5, 48000), tone(440, 0.5, 1.0, 48000)});
+///     auto wav = writeWav(dir.path() / "gap.wav", samples, 1, 48000);
+///     auto movie = makeMovie(dir.path() / "talk.mp4", 2.5, wav);   // H.264 picture + AAC audio
+///     auto mp3 = encodeAudio(wav, dir.path() / "gap.mp3");
+
+#include <cstdint>
+#include <filesystem>
+#include <initializer_list>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace morvane::testing {
+
+/// A sine of `frequencyHz` at peak `amplitude` (1.0 is full scale), starting at phase 0.
+[[nodiscard]] std::vector<float> tone(double frequencyHz, double amplitude, double seconds, int sampleRate);
+
+/// Digital silence: exact zeros.
+[[nodiscard]] std::vector<float> silence(double seconds, int sampleRate);
+
+/// White noise, uniform, with root mean square `rms`; the same seed gives the same samples.
+[[nodiscard]] std::vector<float> noise(double rms, double seconds, int sampleRate, unsigned seed = 1);
+
+/// The pieces one after another.
+[[nodiscard]] std::vector<float> concat(std::initializer_list<std::vector<float>> pieces);
+
+/// Two channels interleaved from `left` and `right` (the shorter one padded with zeros).
+[[nodiscard]] std::vector<float> interleave(std::span<const float> left, std::span<const float> right);
+
+enum class WavEncoding { pcm16, float32 };
+
+/// Writes `interleaved` samples of `channels` channels as a WAV file and returns `path`.
+std::filesystem::path writeWav(const std::filesystem::path& path, std::span<const float> interleaved,
+                               int channels, int sampleRate, WavEncoding encoding = WavEncoding::float32);
+
+/// A mono 32-bit float WAV of `seconds` of digital silence at `sampleRate`, made in an instant: the samples
+/// are a hole in a sparse file. For runs that must last a while whatever the machine (at most ~6 h at 48
+/// kHz).
+std::filesystem::path writeLongSilentWav(const std::filesystem::path& path, double seconds,
+                                         int sampleRate = 48000);
+
+/// Runs `ffmpeg -nostdin -y -loglevel error <args>`. Throws std::runtime_error with its stderr on failure.
+void runFfmpeg(const std::vector<std::string>& args);
+
+/// `input` re-encoded to `output`, the codec chosen by the output's extension unless `codecArgs` say
+/// otherwise (".m4a" AAC, ".mp3" MP3, ".flac", ".opus", ".ogg" Vorbis...). Returns `output`.
+std::filesystem::path encodeAudio(const std::filesystem::path& input, const std::filesystem::path& output,
+                                  const std::vector<std::string>& codecArgs = {});
+
+/// A movie of `seconds` with a low-motion 320x240 test picture at 25 fps, and the audio of `audio`
+/// when given (AAC in MP4 and MOV, Opus in WebM, the default codec otherwise). Returns `output`.
+std::filesystem::path makeMovie(const std::filesystem::path& output, double seconds,
+                                const std::optional<std::filesystem::path>& audio = std::nullopt);
+
+/// The bytes of `path` from the start, `keepBytes` of them, written to `output` (a file cut short).
+std::filesystem::path truncateCopy(const std::filesystem::path& path, const std::filesystem::path& output,
+                                   std::uintmax_t keepBytes);
+
+/// The codec of each stream of `path`, in order ("h264", "aac"...), as ffprobe names them.
+[[nodiscard]] std::vector<std::string> streamCodecs(const std::filesystem::path& path);
+
+/// The number of frames of the first video stream of `path`, decoded and counted by ffprobe.
+[[nodiscard]] int countVideoFrames(const std::filesystem::path& path);
+
+/// The frame of `path` shown at `seconds`, as 64x48 grey bytes, for comparing pictures loosely.
+[[nodiscard]] std::string grayThumbnail(const std::filesystem::path& path, double seconds);
+
+/// The mean absolute difference of two thumbnails of the same size, 0 to 255.
+[[nodiscard]] double thumbnailDifference(const std::string& a, const std::string& b);
+
+}  // namespace morvane::testing
