@@ -18,6 +18,7 @@ struct RunState {
 void addCommandsVerb(CLI::App& app, RunState& state);
 void addResolveVerb(CLI::App& app, RunState& state);
 void addDemoVerb(CLI::App& app, RunState& state);
+void addPlanVerb(CLI::App& app, RunState& state);
 
 /// Writes `json` pretty-printed to stdout, with a final newline.
 void printJson(const Json& json);

@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
     addCommandsVerb(app, state);
     addResolveVerb(app, state);
     addDemoVerb(app, state);
+    addPlanVerb(app, state);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {
