@@ -21,29 +21,45 @@ bool isPrimaryTrack(std::string_view trackID) {
     return kPrimaryTrackNames.parse(trackID).has_value();
 }
 
-struct PlacedClip {
-    ProgramClip clip;
-    bool hasExplicitProgramStart = false;
-};
-
-// Lays a primary track end to end from zero in source order, unless any clip was placed by hand; every
-// other track keeps its positions, in position order.
-void layOut(std::vector<PlacedClip>& track, std::string_view trackID) {
-    const bool anyPlaced =
-        std::any_of(track.begin(), track.end(), [](const auto& c) { return c.hasExplicitProgramStart; });
-    if (isPrimaryTrack(trackID) && !anyPlaced) {
-        std::stable_sort(track.begin(), track.end(),
-                         [](const auto& a, const auto& b) { return a.clip.start < b.clip.start; });
-        RationalTime cursor = RationalTime::zero;
-        for (auto& placed : track) {
-            placed.clip.timelineStart = cursor;
-            cursor = cursor.adding(placed.clip.duration());
-        }
-        return;
-    }
-    std::stable_sort(track.begin(), track.end(), [](const auto& a, const auto& b) {
-        return a.clip.timelineStart < b.clip.timelineStart;
+// Orders one track's clips, given as indices into `clips`: a primary track where no clip was placed by hand
+// (`placed`) is sorted by source start and laid end to end from zero; any other track is sorted by position
+// and left where it stands.
+void layOut(std::vector<ProgramClip>& clips, const std::vector<bool>& placed, std::vector<std::size_t>& track,
+            std::string_view trackID) {
+    const bool anyPlaced = std::any_of(track.begin(), track.end(), [&](std::size_t i) { return placed[i]; });
+    const bool layEndToEnd = isPrimaryTrack(trackID) && !anyPlaced;
+    std::stable_sort(track.begin(), track.end(), [&](std::size_t a, std::size_t b) {
+        return layEndToEnd ? clips[a].start < clips[b].start
+                           : clips[a].timelineStart < clips[b].timelineStart;
     });
+    if (!layEndToEnd) return;
+    RationalTime cursor = RationalTime::zero;
+    for (const std::size_t i : track) {
+        clips[i].timelineStart = cursor;
+        cursor = cursor.adding(clips[i].duration());
+    }
+}
+
+// Rearranges `items` so that position k holds what was at `order[k]`, following the permutation's cycles:
+// clips are large, so they are moved once each rather than copied into a second list.
+template <class T>
+void permute(std::vector<T>& items, const std::vector<std::size_t>& order) {
+    std::vector<bool> done(items.size(), false);
+    for (std::size_t start = 0; start < items.size(); ++start) {
+        if (done[start] || order[start] == start) continue;
+        T held = std::move(items[start]);
+        std::size_t k = start;
+        while (true) {
+            done[k] = true;
+            const std::size_t from = order[k];
+            if (from == start) {
+                items[k] = std::move(held);
+                break;
+            }
+            items[k] = std::move(items[from]);
+            k = from;
+        }
+    }
 }
 
 // Parses `text` at `path` for `checkTimes`, reporting where it failed.
@@ -92,7 +108,9 @@ std::vector<KeepSpan> EditPlanResolver::keepSpans(const EditPlan& plan) {
 }
 
 std::vector<ProgramClip> EditPlanResolver::programClips(const EditPlan& plan) {
-    std::map<std::string, std::vector<PlacedClip>> tracks;
+    std::vector<ProgramClip> clips;
+    std::vector<bool> placed;  // whether each clip's operation gave its program position
+    clips.reserve(plan.operations.size());
     for (const auto& op : plan.operations) {
         if (!isClipType(op)) continue;
         // Every time is parsed before the span is judged: a bad time fails the plan even on a dropped clip.
@@ -101,12 +119,10 @@ std::vector<ProgramClip> EditPlanResolver::programClips(const EditPlan& plan) {
         const auto position =
             op.timelineStart ? std::optional(RationalTime::parse(*op.timelineStart)) : std::nullopt;
         if (!(start < end)) continue;
-        const std::string trackID =
-            op.trackID.value_or(std::string(kPrimaryTrackNames.text(PrimaryTrackName::primary)));
-        ProgramClip clip{
+        clips.push_back({
             .type = op.type,
             .sourceID = op.sourceID,
-            .trackID = trackID,
+            .trackID = op.trackID.value_or(std::string(kPrimaryTrackNames.text(PrimaryTrackName::primary))),
             .start = start,
             .end = end,
             .timelineStart = position.value_or(RationalTime::zero),
@@ -124,16 +140,21 @@ std::vector<ProgramClip> EditPlanResolver::programClips(const EditPlan& plan) {
             .cursorStyle = op.cursorStyle,
             .cursorTrackID = op.cursorTrackID,
             .zoomRegions = op.zoomRegions,
-        };
-        tracks[trackID].push_back({std::move(clip), position.has_value()});
+        });
+        placed.push_back(position.has_value());
     }
 
-    std::vector<ProgramClip> clips;
+    // Tracks in ascending name order, each laid out, then concatenated.
+    std::map<std::string, std::vector<std::size_t>> tracks;
+    for (std::size_t i = 0; i < clips.size(); ++i)
+        tracks[clips[i].trackID].push_back(i);
+    std::vector<std::size_t> order;
+    order.reserve(clips.size());
     for (auto& [trackID, track] : tracks) {
-        layOut(track, trackID);
-        for (auto& placed : track)
-            clips.push_back(std::move(placed.clip));
+        layOut(clips, placed, track, trackID);
+        order.insert(order.end(), track.begin(), track.end());
     }
+    permute(clips, order);
     return clips;
 }
 
