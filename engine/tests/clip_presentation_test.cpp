@@ -140,7 +140,9 @@ TEST(ClipMatteFill, casesLabelsFingerprintsAndJson) {
     for (const auto& c : cases) {
         EXPECT_EQ(c.fill.inspectorLabel(), c.label);
         EXPECT_EQ(c.fill.previewFingerprint(), c.fingerprint);
-        if (c.json != nullptr) EXPECT_EQ(compactJson(c.fill), c.json);
+        if (c.json != nullptr) {
+            EXPECT_EQ(compactJson(c.fill), c.json);
+        }
         expectRoundTrip(c.fill);
     }
     EXPECT_EQ(decodeFailure<ClipMatteFill>(R"({"timeline":{},"original":{}})"),

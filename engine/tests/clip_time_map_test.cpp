@@ -148,7 +148,9 @@ TEST(ClipTimeMap, programTimeAtSourceTimes) {
     for (const auto& c : cases) {
         const auto program = map.programTime(seconds(c.source));
         ASSERT_EQ(program.has_value(), c.program.has_value()) << c.source;
-        if (c.program) EXPECT_EQ(*program, seconds(*c.program)) << c.source;
+        if (c.program) {
+            EXPECT_EQ(*program, seconds(*c.program)) << c.source;
+        }
     }
     // A source moment played twice answers with its first showing.
     const ClipTimeMap repeated(seconds(0), {span(0, 2), span(0, 2)}, 1.0);
