@@ -45,20 +45,6 @@ TEST(ClipPresentationStyle, identityNeedsNoInsetNoCornersNoShadowBlurAndNoBackgr
         EXPECT_EQ(c.style.isIdentity(), c.identity) << c.name;
 }
 
-TEST(ClipPresentationStyle, demoDefaultFramesOnADarkGradient) {
-    const auto style = ClipPresentationStyle::demoDefault();
-    EXPECT_EQ(style, (ClipPresentationStyle{
-                         .padding = 0.08,
-                         .cornerRadius = 0.04,
-                         .shadowRadius = 28.0,
-                         .shadowOpacity = 0.42,
-                         .shadowOffsetX = 0.0,
-                         .shadowOffsetY = 22.0,
-                         .background = ClipBackgroundFill::gradient(kNavy, {0.04, 0.05, 0.08, 1.0}),
-                     }));
-    EXPECT_FALSE(style.outputAspectWidth.has_value());
-}
-
 TEST(ClipPresentationStyle, jsonIsSnakeCaseAndOmitsAbsentAspect) {
     const auto style = ClipPresentationStyle{.padding = 0.5, .background = ClipBackgroundFill::none()};
     EXPECT_EQ(compactJson(style),

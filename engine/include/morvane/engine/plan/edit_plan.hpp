@@ -213,10 +213,10 @@ struct EditPlan {
     friend bool operator==(const EditPlan&, const EditPlan&) = default;
 };
 
-// JSON, in snake case (except inside `EditPlanTransform`, and the records of other modules that the plan
-// embeds, which keep their own keys). Optional members are written only when set and read as absent when
-// missing or null; a missing required key or a value of the wrong type throws `JsonDecodeError` with its
-// path. Unknown keys are ignored.
+/// JSON, in snake case (except inside `EditPlanTransform`, and the records of other modules that the plan
+/// embeds, which keep their own keys). Optional members are written only when set and read as absent when
+/// missing or null; a missing required key or a value of the wrong type throws `JsonDecodeError` with its
+/// path. Unknown keys are ignored.
 void to_json(Json& json, const EditPlanOrigin& origin);
 void fromJson(const JsonReader& reader, EditPlanOrigin& origin);
 void to_json(Json& json, const EditPlanTransition& transition);
