@@ -232,6 +232,11 @@ TEST(EditPlanResolver, oneBadTimeMakesThePlanUnusable) {
          "(no failure)",
          "(no failure)",
          "Invalid rational time: soon"},
+        {"a timescale beyond 32 bits, which no time can hold",
+         {keep("a", "450450/3000444444444440", "1/1")},
+         "Invalid rational time: 450450/3000444444444440",
+         "Invalid rational time: 450450/3000444444444440",
+         "(no failure)"},
         {"operations of unknown types are never read",
          {op("sparkle", "a", "x", "y"), op("layout", "l", "?", "?")},
          "(no failure)",
@@ -264,6 +269,8 @@ TEST(EditPlanResolver, checkTimesNamesThePathOfTheFirstBadTime) {
         {{withCaptions}, "plan.json: /operations/0/text/caption_words/1/end: Invalid rational time: one"},
         {{transition}, "plan.json: /operations/0/transition/duration: Invalid rational time: half"},
         {{op("layout", "l", "0/1", "end")}, "plan.json: /operations/0/end: Invalid rational time: end"},
+        {{op("layout", "l", "0/4294967296", "1/1")},
+         "plan.json: /operations/0/start: Invalid rational time: 0/4294967296"},
         {{op("sparkle", "a", "x", "y"), op("transition", "a", "x", "y")}, "(no failure)"},
     };
     for (const auto& c : cases) {

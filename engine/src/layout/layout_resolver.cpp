@@ -61,8 +61,8 @@ std::vector<LayoutRegion> LayoutResolver::regions(const EditPlan& plan) {
     std::vector<LayoutRegion> out;
     for (const auto& op : plan.operations) {
         if (op.knownType() != EditPlanOperationType::layout) continue;
-        const auto start = RationalTime::parse(op.timelineStart.value_or(op.start));
-        const auto end = RationalTime::parse(op.end);
+        const auto start = EditPlanResolver::parseTime(op.timelineStart.value_or(op.start));
+        const auto end = EditPlanResolver::parseTime(op.end);
         if (!(start < end)) continue;
         out.push_back({op.label.value_or(std::string()), start, end});
     }

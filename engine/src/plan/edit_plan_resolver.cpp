@@ -65,7 +65,7 @@ void permute(std::vector<T>& items, const std::vector<std::size_t>& order) {
 // Parses `text` at `path` for `checkTimes`, reporting where it failed.
 void checkTime(std::string_view text, const std::string& path, std::string_view document) {
     try {
-        (void)RationalTime::parse(text);
+        (void)EditPlanResolver::parseTime(text);
     } catch (const EngineError& e) {
         throw JsonDecodeError(std::string(document), path, e.what());
     }
@@ -88,12 +88,17 @@ std::optional<std::vector<ReframeKeyframe>> ProgramClip::resolvedReframeKeyframe
     return reframeKeyframes;
 }
 
+RationalTime EditPlanResolver::parseTime(std::string_view text) {
+    if (const auto time = RationalTime::tryParse(text)) return *time;
+    throw EngineError::invalidRationalTime(std::string(text));
+}
+
 std::vector<KeepSpan> EditPlanResolver::keepSpans(const EditPlan& plan) {
     std::vector<KeepSpan> spans;
     for (const auto& op : plan.operations) {
         if (op.knownType() != EditPlanOperationType::keep) continue;
-        const auto start = RationalTime::parse(op.start);
-        const auto end = RationalTime::parse(op.end);
+        const auto start = parseTime(op.start);
+        const auto end = parseTime(op.end);
         if (!(start < end)) continue;
         spans.push_back({op.sourceID, start, end, op.reason});
     }
@@ -114,10 +119,9 @@ std::vector<ProgramClip> EditPlanResolver::programClips(const EditPlan& plan) {
     for (const auto& op : plan.operations) {
         if (!isClipType(op)) continue;
         // Every time is parsed before the span is judged: a bad time fails the plan even on a dropped clip.
-        const auto start = RationalTime::parse(op.start);
-        const auto end = RationalTime::parse(op.end);
-        const auto position =
-            op.timelineStart ? std::optional(RationalTime::parse(*op.timelineStart)) : std::nullopt;
+        const auto start = parseTime(op.start);
+        const auto end = parseTime(op.end);
+        const auto position = op.timelineStart ? std::optional(parseTime(*op.timelineStart)) : std::nullopt;
         if (!(start < end)) continue;
         clips.push_back({
             .type = op.type,
@@ -162,7 +166,7 @@ EditPlanTransitionTable EditPlanResolver::transitions(const EditPlan& plan) {
     EditPlanTransitionTable table;
     for (const auto& op : plan.operations) {
         if (op.knownType() != EditPlanOperationType::transition || !op.transition) continue;
-        const auto key = RationalTime::parse(op.timelineStart.value_or(op.start));
+        const auto key = parseTime(op.timelineStart.value_or(op.start));
         table.insert_or_assign(key, *op.transition);
     }
     return table;

@@ -89,6 +89,11 @@ using EditPlanTransitionTable = std::map<RationalTime, EditPlanTransition, Field
 /// From a plan's flat operation list to what composition and export consume.
 namespace EditPlanResolver {
 
+/// A plan's time string as a time. Throws `EngineError::invalidRationalTime` quoting `text` for what
+/// `RationalTime::parse` refuses, and also for a timescale beyond 2147483647: a file may hold one, and
+/// reading a file must never stop the process.
+[[nodiscard]] RationalTime parseTime(std::string_view text);
+
 /// The "keep" operations, with empty and reversed spans dropped, sorted stably by source id, then start,
 /// then end.
 [[nodiscard]] std::vector<KeepSpan> keepSpans(const EditPlan& plan);
