@@ -8,8 +8,8 @@ packages=(
   g++ cmake ninja-build ccache pkg-config git clang-format
   # foundation: JSON, formatting, text, command line
   nlohmann-json3-dev libfmt-dev libicu-dev libpcre2-dev libcli11-dev
-  # tests and benchmarks
-  libgtest-dev libgmock-dev libbenchmark-dev time
+  # tests and benchmarks; clang for the libFuzzer fuzzers (fuzz/run.sh)
+  libgtest-dev libgmock-dev libbenchmark-dev time clang libclang-rt-14-dev
   # media: FFmpeg's libraries and tool, DSP
   libavformat-dev libavcodec-dev libavfilter-dev libavdevice-dev libswscale-dev
   libswresample-dev libavutil-dev ffmpeg libfftw3-dev librubberband-dev

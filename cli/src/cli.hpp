@@ -22,6 +22,7 @@ void addModelVerb(CLI::App& app, RunState& state);
 void addSilencesVerb(CLI::App& app, RunState& state);
 void addLoudnessVerb(CLI::App& app, RunState& state);
 void addWaveformVerb(CLI::App& app, RunState& state);
+void addPlanVerb(CLI::App& app, RunState& state);
 
 /// Writes `json` pretty-printed to stdout, with a final newline.
 void printJson(const Json& json);

@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
     addSilencesVerb(app, state);
     addLoudnessVerb(app, state);
     addWaveformVerb(app, state);
+    addPlanVerb(app, state);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {

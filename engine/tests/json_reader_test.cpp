@@ -63,6 +63,9 @@ TEST(JsonReader, syntaxErrorsNameTheDocumentAndPosition) {
         << message;
     EXPECT_EQ(failureOf([] { (void)parseJson("", "empty.json"); }).substr(0, 30),
               "empty.json: not valid JSON: pa");
+    // nlohmann reports a number beyond the double range apart from syntax errors; it is refused the same way.
+    EXPECT_EQ(failureOf([] { (void)parseJson(R"({"rate": 1e400})", "plan.json"); }),
+              "plan.json: not valid JSON: number overflow parsing '1e400'");
 }
 
 TEST(JsonWriter, keepsInsertionOrderAndIsLocaleFree) {

@@ -4,6 +4,7 @@
 
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <unordered_set>
 
 #include "morvane/engine/engine_error.hpp"
@@ -69,6 +70,25 @@ TEST(RationalTime, refusesMalformedTextQuotingItUnchanged) {
 
 TEST(RationalTimeDeathTest, timescaleBeyondThirtyTwoBitsIsFatal) {
     EXPECT_DEATH((void)RationalTime::parse("1/2147483648s"), "timescale");
+}
+
+TEST(RationalTime, tryParseReadsWhatParseReadsAndRefusesEverythingElseQuietly) {
+    struct Case {
+        const char* text;
+        std::optional<RationalTime> expected;
+    } cases[] = {
+        {"  1001/30000s\n", rt(1001, 30000)},
+        {"-3/2", rt(-3, 2)},
+        {"1/2147483647", rt(1, 2147483647)},
+        {"1/2147483648s", std::nullopt},  // fatal for parse, only "no time" here
+        {"450450/3000444444444440", std::nullopt},
+        {"1.5s", std::nullopt},
+        {"5/0", std::nullopt},
+        {"", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(RationalTime::tryParse(c.text), c.expected) << c.text;
+    }
 }
 
 TEST(RationalTime, formatsWithAndWithoutSuffix) {

@@ -166,6 +166,8 @@ void fromJson(const JsonReader& reader, double& out) {
         reader.fail(std::string("expected a number, found ") + std::string(typeName(reader.value())));
     }
     out = reader.value().get<double>();
+    // A literal beyond the double range parses as infinity, which no writer could give back.
+    if (!std::isfinite(out)) reader.fail("number is out of range");
 }
 
 void fromJson(const JsonReader& reader, int& out) {
@@ -179,7 +181,8 @@ void fromJson(const JsonReader& reader, std::int64_t& out) {
 Json parseJson(std::string_view text, std::string_view document) {
     try {
         return Json::parse(text.begin(), text.end());
-    } catch (const Json::parse_error& e) {
+    } catch (const Json::exception& e) {
+        // Syntax errors, and numbers too large for a double ("1e400"), which nlohmann reports apart.
         // Drop nlohmann's "[json.exception.parse_error.101] " prefix; keep its line, column and reason.
         std::string reason = e.what();
         if (const auto close = reason.find("] ");

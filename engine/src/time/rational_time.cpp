@@ -69,6 +69,23 @@ bool parseInt64(std::string_view text, std::int64_t& out) {
     return ec == std::errc{} && ptr == end;
 }
 
+// The two numbers of "value/timescale" with an optional "s" and blanks around it, the timescale at least 1
+// but not yet narrowed to 32 bits; nothing for any other text.
+std::optional<std::pair<std::int64_t, std::int64_t>> parseParts(std::string_view text) noexcept {
+    std::string_view body = trimWhitespaceAndNewlines(text);
+    if (body.ends_with('s')) body.remove_suffix(1);
+    const auto slash = body.find('/');
+    if (slash == std::string_view::npos || body.find('/', slash + 1) != std::string_view::npos)
+        return std::nullopt;
+    const std::string_view numerator = body.substr(0, slash);
+    const std::string_view denominator = body.substr(slash + 1);
+    if (numerator.empty() || denominator.empty()) return std::nullopt;
+    std::int64_t value = 0;
+    std::int64_t scale = 0;
+    if (!parseInt64(numerator, value) || !parseInt64(denominator, scale) || scale < 1) return std::nullopt;
+    return std::pair{value, scale};
+}
+
 }  // namespace
 
 RationalTime RationalTime::fromSeconds(double seconds, std::int32_t timescale) {
@@ -81,20 +98,16 @@ RationalTime RationalTime::fromSeconds(double seconds, std::int32_t timescale) {
 }
 
 RationalTime RationalTime::parse(std::string_view text) {
-    std::string_view body = trimWhitespaceAndNewlines(text);
-    if (body.ends_with('s')) body.remove_suffix(1);
-    const auto slash = body.find('/');
-    const auto invalid = [&] { return EngineError::invalidRationalTime(std::string(text)); };
-    if (slash == std::string_view::npos || body.find('/', slash + 1) != std::string_view::npos)
-        throw invalid();
-    const std::string_view numerator = body.substr(0, slash);
-    const std::string_view denominator = body.substr(slash + 1);
-    if (numerator.empty() || denominator.empty()) throw invalid();
-    std::int64_t value = 0;
-    std::int64_t scale = 0;
-    if (!parseInt64(numerator, value) || !parseInt64(denominator, scale) || scale < 1) throw invalid();
-    if (scale > kInt32Max) MORVANE_FATAL("rational time timescale exceeds 32 bits");
-    return {value, static_cast<std::int32_t>(scale)};
+    const auto parts = parseParts(text);
+    if (!parts) throw EngineError::invalidRationalTime(std::string(text));
+    if (parts->second > kInt32Max) MORVANE_FATAL("rational time timescale exceeds 32 bits");
+    return {parts->first, static_cast<std::int32_t>(parts->second)};
+}
+
+std::optional<RationalTime> RationalTime::tryParse(std::string_view text) noexcept {
+    const auto parts = parseParts(text);
+    if (!parts || parts->second > kInt32Max) return std::nullopt;
+    return RationalTime{parts->first, static_cast<std::int32_t>(parts->second)};
 }
 
 std::string RationalTime::formatted(bool includeSuffix) const {

@@ -113,6 +113,7 @@ class JsonReader {
 
 void fromJson(const JsonReader& reader, std::string& out);
 void fromJson(const JsonReader& reader, bool& out);
+/// Numbers must be finite: a literal beyond the double range is refused.
 void fromJson(const JsonReader& reader, double& out);
 /// Integers accept a JSON number with no fractional part within the type's range.
 void fromJson(const JsonReader& reader, int& out);

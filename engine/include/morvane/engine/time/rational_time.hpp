@@ -17,6 +17,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -46,6 +47,10 @@ struct RationalTime {
     /// keeping both numbers as written. Throws `EngineError::invalidRationalTime` quoting `text` unchanged
     /// for anything else ("12", "1.5s", "5/0s"); a timescale beyond 2147483647 is fatal.
     [[nodiscard]] static RationalTime parse(std::string_view text);
+
+    /// What `parse` reads, or nothing for what it refuses and for a timescale beyond 2147483647 as well:
+    /// for text from files, which must never stop the process.
+    [[nodiscard]] static std::optional<RationalTime> tryParse(std::string_view text) noexcept;
 
     /// "value/timescale", followed by "s" when `includeSuffix`. No reduction, no padding.
     [[nodiscard]] std::string formatted(bool includeSuffix = true) const;
