@@ -26,6 +26,8 @@
 #include <string_view>
 #include <vector>
 
+#include "morvane/engine/support/enum_table.hpp"
+
 namespace morvane {
 
 using Json = nlohmann::ordered_json;
@@ -126,6 +128,17 @@ void fromJson(const JsonReader& reader, std::vector<T>& out) {
     out.reserve(n);
     for (std::size_t i = 0; i < n; ++i)
         out.push_back(reader.at(i).template get<T>());
+}
+
+/// A string that must be one of `table`'s texts, read as its case. Throws `JsonDecodeError`
+/// ("unknown value \"sparkle\"") for any other string.
+template <class Enum, std::size_t N>
+[[nodiscard]] Enum readCase(const JsonReader& reader, const EnumTable<Enum, N>& table) {
+    std::string text;
+    fromJson(reader, text);
+    const auto value = table.parse(text);
+    if (!value) reader.fail("unknown value \"" + text + "\"");
+    return *value;
 }
 
 /// Parses `text`. Throws `JsonDecodeError` naming `document`, with line and column, when it isn't JSON.
