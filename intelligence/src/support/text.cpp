@@ -101,6 +101,27 @@ std::size_t characterCount(std::string_view text) {
     return count;
 }
 
+std::string_view prefixCharacters(std::string_view text, std::size_t count) {
+    if (isAscii(text) && text.find('\r') == std::string_view::npos) return text.substr(0, count);
+    const auto unicode =
+        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::BreakIterator> iterator(
+        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    if (!iterator || U_FAILURE(status)) return text;
+    iterator->setText(unicode);
+    int32_t end = iterator->first();
+    for (std::size_t i = 0; i < count; ++i) {
+        const int32_t next = iterator->next();
+        if (next == icu::BreakIterator::DONE) return text;
+        end = next;
+    }
+    // Back to UTF-8: the prefix's length in bytes.
+    std::string prefix;
+    unicode.tempSubString(0, end).toUTF8String(prefix);
+    return text.substr(0, prefix.size());
+}
+
 int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
     thread_local std::unique_ptr<icu::Collator> collator = [] {
         // The C and POSIX locales map to en_US_POSIX, whose collation is code point order (all capitals
