@@ -68,4 +68,27 @@ inline SegmentDocument documentOf(std::vector<TranscriptSegment> segments) {
     return {.sourceTranscript = "talk.mp4", .segmentCount = count, .segments = std::move(segments)};
 }
 
+// A transcript and its segments.
+struct Takes {
+    TranscriptDocument transcript;
+    SegmentDocument segments;
+};
+
+// One segment per line of text, each word 0.3 s long, 0.1 s apart, the lines a second apart.
+inline Takes takes(std::initializer_list<const char*> lines) {
+    TranscriptBuilder builder;
+    std::vector<TranscriptSegment> segments;
+    int words = 0;
+    for (const char* line : lines) {
+        const double start = builder.now();
+        builder.say(line);
+        const int count = static_cast<int>(builder.build().words.size());
+        segments.push_back(
+            segmentOf(static_cast<int>(segments.size()), line, start, builder.now(), words, count - 1));
+        words = count;
+        builder.pause(1.0);
+    }
+    return {builder.build(), documentOf(std::move(segments))};
+}
+
 }  // namespace morvane::intelligence::testing
