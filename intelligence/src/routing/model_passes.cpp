@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <unordered_map>
 
 #include "morvane/engine/support/cancellation.hpp"
 #include "morvane/intelligence/intelligence_error.hpp"
@@ -225,9 +226,16 @@ ClassificationRun ModelRouter::constrainToActiveEdit(ClassificationRun run,
                                     .chunkIndex = 0,
                                     .chunkSegmentIDs = allIDs(segments),
                                     .keepSegmentIDs = keep};
+    // The first verdict on each segment, as `classification` would find it, without a scan per segment.
+    std::unordered_map<int, const SegmentClassification*> verdicts;
+    for (const auto& result : run.results) {
+        for (const auto& verdict : result.segmentResults)
+            verdicts.try_emplace(verdict.segmentID, &verdict);
+    }
     for (const auto& segment : segments.segments) {
         const bool isKept = kept.contains(segment.id);
-        const auto* old = run.classification(segment.id);
+        const auto found = verdicts.find(segment.id);
+        const auto* old = found != verdicts.end() ? found->second : nullptr;
         const double confidence = old != nullptr ? old->confidence : (isKept ? 0.9 : 0.85);
         std::optional<std::string> reason;
         if (!pool->contains(segment.id)) {

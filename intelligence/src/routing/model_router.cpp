@@ -1,6 +1,7 @@
 #include "morvane/intelligence/routing/model_router.hpp"
 
 #include "morvane/intelligence/cleanup/cleanup_composer.hpp"
+#include "morvane/intelligence/cleanup/cleanup_evidence.hpp"
 #include "morvane/intelligence/cleanup/disfluency_detector.hpp"
 #include "morvane/intelligence/cleanup/duration_target_packer.hpp"
 #include "morvane/intelligence/cleanup/retake_detector.hpp"
@@ -120,6 +121,65 @@ Route ModelRouter::route(const SegmentDocument& segments, std::string_view instr
         }
     }
     return routeFreeText(segments, instruction, request, command);
+}
+
+ClassificationRun ModelRouter::classify(const SegmentDocument& segments, std::string_view instruction,
+                                        const ClassifyRequest& request, std::stop_token stop) {
+    Route route = ModelRouter::route(
+        segments, instruction,
+        {.transcript = request.transcript, .options = request.options, .commandID = request.commandID});
+    // What the rule of this route needs from the recording, read once for it.
+    const auto evidence = [&](CleanupEvidenceNeeds needs) {
+        needs.silences = needs.silences && !request.silences;
+        CleanupEvidence read;
+        if (request.mediaPath && (needs.silences || needs.levels)) {
+            read = CleanupEvidence::read(segments, *request.mediaPath, needs, request.onProgress, stop);
+        }
+        if (request.silences) read.silences = *request.silences;
+        return read;
+    };
+    const auto model = [&]() -> const LanguageModelRoute& {
+        if (request.model == nullptr) throw IntelligenceError::languageModelUnavailable();
+        return *request.model;
+    };
+
+    ClassificationRun run;
+    switch (route.arm) {
+        case RouteArm::noSpeechFilter:
+            run = std::move(*route.run);
+            break;
+        case RouteArm::cleanupComposer:
+            run = CleanupComposer::classify(segments, *request.transcript, route.instruction, evidence({}));
+            break;
+        case RouteArm::silenceRemover:
+            run = SilenceRemover::classify(
+                segments, route.instruction, evidence({.silences = true, .levels = false}).silences,
+                route.minPauseSeconds.value_or(SilenceRemover::defaultMinPauseSeconds));
+            break;
+        case RouteArm::disfluencyDetector:
+            run = DisfluencyDetector::classify(segments, *request.transcript, route.instruction,
+                                               evidence({.silences = false, .levels = true}));
+            break;
+        case RouteArm::retakeDetector:
+            run = RetakeDetector::classify(segments, *request.transcript, route.instruction,
+                                           evidence({.silences = false, .levels = true}));
+            break;
+        case RouteArm::durationTargetPacker:
+            // Packing to a length comes with its own rule; until then the request is refused by name.
+            throw IntelligenceError::unsupportedInstruction(
+                std::string(AssistantCommandCatalog::command(ID::shortCut60s)->title));
+        case RouteArm::languageModelTwoPass:
+            run = classifyTwoPass(model(), segments, route.instruction, request.options, request.onPartial,
+                                  stop);
+            break;
+        case RouteArm::languageModel:
+            run = classifyWithLanguageModel(model(), segments, route.instruction, *route.mode,
+                                            request.options, request.onPartial, stop);
+            break;
+    }
+    run = constrainToActiveEdit(std::move(run), request.candidateKeepIDs, segments);
+    if (request.onPartial) request.onPartial(run);
+    return run;
 }
 
 InstructionScope InstructionScopeClassifier::scope(std::string_view instruction) {

@@ -13,12 +13,15 @@
 /// length, filler, retakes, in that order; a rule that needs a transcript and has none is passed over.
 /// What no rule takes, a language model decides.
 
+#include <filesystem>
 #include <optional>
 #include <set>
 #include <stop_token>
 #include <string>
 #include <string_view>
 
+#include "morvane/engine/silence/silence_detector.hpp"
+#include "morvane/engine/support/cancellation.hpp"
 #include "morvane/engine/support/enum_table.hpp"
 #include "morvane/intelligence/instruction/assistant_command.hpp"
 #include "morvane/intelligence/instruction/instruction_parser.hpp"
@@ -84,7 +87,30 @@ struct LanguageModelRoute {
     int onDeviceContextTokens = 4096;
 };
 
+/// Everything a request is decided with besides the segments and the instruction.
+struct ClassifyRequest {
+    const TranscriptDocument* transcript = nullptr;   ///< absent: rules that need one are passed over
+    std::optional<std::filesystem::path> mediaPath;   ///< the recording the rules measure
+    std::optional<InstructionParserOptions> options;  ///< absent: a model answers in two passes
+    std::optional<AssistantCommandID> commandID;      ///< absent: the command is resolved from the text
+    std::optional<std::set<int>> candidateKeepIDs;    ///< the active edit's segments, to scope the answer to
+    PartialRunCallback onPartial;                     ///< growing results, then the final run once
+    const LanguageModelRoute* model = nullptr;        ///< absent: the model arms can't answer
+    /// The recording's pauses when already detected at `CleanupEvidence::silenceOptions()`, so that the
+    /// silence rule doesn't detect them again.
+    std::optional<std::vector<engine::SilenceSpan>> silences;
+    ProgressCallback onProgress;  ///< the share of the recording the rules have read
+};
+
 namespace ModelRouter {
+
+/// Decides `instruction` over `segments`: routes it, runs the rule or model that answers, scopes the run
+/// to the active edit, then hands it to `onPartial` once. The recording is read once whatever the rule.
+/// Throws `IntelligenceError::unsupportedInstruction` for commands that aren't cuts and, until packing
+/// to a length exists, with "Short cut" for requests of a length; `languageModelUnavailable` when a model
+/// must answer and none is given or reachable; model failures; `OperationCancelled`.
+ClassificationRun classify(const SegmentDocument& segments, std::string_view instruction,
+                           const ClassifyRequest& request, std::stop_token stop = {});
 
 /// The decider for `instruction` over `segments`. Throws `IntelligenceError::unsupportedInstruction`
 /// with the command's title for commands that aren't carried out by deciding on segments.
