@@ -23,6 +23,8 @@ void addSilencesVerb(CLI::App& app, RunState& state);
 void addLoudnessVerb(CLI::App& app, RunState& state);
 void addWaveformVerb(CLI::App& app, RunState& state);
 void addPlanVerb(CLI::App& app, RunState& state);
+void addSegmentVerb(CLI::App& app, RunState& state);
+void addClassifyVerb(CLI::App& app, RunState& state);
 
 /// Writes `json` pretty-printed to stdout, with a final newline.
 void printJson(const Json& json);

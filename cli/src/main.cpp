@@ -21,6 +21,8 @@ int main(int argc, char** argv) {
     addLoudnessVerb(app, state);
     addWaveformVerb(app, state);
     addPlanVerb(app, state);
+    addSegmentVerb(app, state);
+    addClassifyVerb(app, state);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {
