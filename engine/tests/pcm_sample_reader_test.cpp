@@ -74,6 +74,37 @@ TEST(PCMSampleReaderMedia, readsTheFirstAudioTrackOfEveryCommonContainer) {
     }
 }
 
+// One decode feeding a second rate must hand out what a stream of its own at that rate reads, block for
+// block, whichever rate the file has and whichever of the two needs converting.
+TEST(PCMSampleReaderMedia, aSecondRateReadsWhatItsOwnStreamWould) {
+    const TempDir dir;
+    const auto signal = concat({tone(440.0, 0.5, 1.3, 48000), silence(0.4, 48000), noise(0.1, 1.1, 48000)});
+    const auto wav48 = writeWav(dir.path() / "a48.wav", signal, 1, 48000);
+    const auto wav44 = writeWav(dir.path() / "a44.wav", concat({tone(440.0, 0.5, 2.8, 44100)}), 1, 44100);
+    const auto blocks = [](PCMStream& stream) {
+        std::vector<std::vector<float>> out;
+        for (auto block = stream.read(); !block.empty(); block = stream.read())
+            out.emplace_back(block.begin(), block.end());
+        return out;
+    };
+    for (const auto& file :
+         {wav48, wav44, encodeAudio(wav48, dir.path() / "a.m4a"), encodeAudio(wav44, dir.path() / "a.mp3"),
+          makeMovie(dir.path() / "a.mp4", 2.8, wav48)}) {
+        for (const auto& [mainRate, otherRate] : {std::pair(48000, 44100), std::pair(44100, 48000)}) {
+            PCMStream both(file, mainRate);
+            std::vector<std::vector<float>> other;
+            both.alsoAtRate(otherRate, [&](std::span<const float> block) {
+                other.emplace_back(block.begin(), block.end());
+            });
+            PCMStream alone(file, mainRate);
+            PCMStream otherAlone(file, otherRate);
+            EXPECT_EQ(blocks(both), blocks(alone)) << file.filename() << " at " << mainRate;
+            EXPECT_EQ(other, blocks(otherAlone)) << file.filename() << " at " << otherRate;
+            EXPECT_FALSE(other.empty()) << file.filename();
+        }
+    }
+}
+
 TEST(PCMSampleReaderMedia, downmixesToTheAverageOfTheChannels) {
     const TempDir dir;
     const auto left = tone(440.0, 0.5, 1.0, 48000);

@@ -15,6 +15,7 @@
 #include "ffmpeg/mono_float_decoder.hpp"
 #include "ffmpeg/mono_resampler.hpp"
 #include "morvane/engine/engine_error.hpp"
+#include "morvane/engine/support/fatal.hpp"
 
 namespace morvane::engine {
 
@@ -33,6 +34,49 @@ struct PCMStream::State {
     // recycled so that the pipeline allocates nothing once it runs.
     static constexpr std::size_t kChunkSamples = 65536;
     static constexpr std::size_t kQueueChunks = 4;
+
+    // A second rate converted from the same chunks, numbered and trimmed to the track's start as `read`
+    // numbers and trims the first, so that its consumer sees what a stream at its rate would read.
+    struct Tap {
+        Tap(int rate, std::function<void(std::span<const float>)> consumer)
+            : resampler(rate), outputRate(rate), consume(std::move(consumer)) {}
+
+        void feed(const Chunk& chunk) {
+            converted.clear();
+            std::span<const float> block;
+            if (chunk.end) {
+                resampler.flush(converted);
+                block = converted;
+            } else {
+                if (!positionKnown) {
+                    nextOutput = av_rescale(chunk.firstSample, outputRate, chunk.rate);
+                    positionKnown = true;
+                } else if (chunk.rate != lastRate) {
+                    resampler.flush(converted);
+                }
+                lastRate = chunk.rate;
+                if (chunk.rate == outputRate && converted.empty()) {
+                    block = chunk.samples;
+                } else {
+                    resampler.convert(chunk.samples, chunk.rate, converted);
+                    block = converted;
+                }
+            }
+            const std::int64_t first = nextOutput;
+            const auto n = static_cast<std::int64_t>(block.size());
+            nextOutput += n;
+            const auto skip = static_cast<std::size_t>(std::clamp<std::int64_t>(-first, 0, n));
+            if (skip < block.size()) consume(block.subspan(skip));
+        }
+
+        ffmpeg::MonoResampler resampler;
+        int outputRate;
+        std::function<void(std::span<const float>)> consume;
+        std::vector<float> converted;
+        std::int64_t nextOutput = 0;
+        bool positionKnown = false;
+        int lastRate = 0;
+    };
 
     State(const std::filesystem::path& url, int rate, std::stop_token stop, std::string_view startFailure)
         : decoder(url, stop, startFailure), resampler(rate), outputRate(rate), stop_(std::move(stop)) {}
@@ -132,6 +176,8 @@ struct PCMStream::State {
                 stopDecoding();
                 std::rethrow_exception(chunk.error);
             }
+            for (auto& tap : taps)
+                tap.feed(chunk);
             converted.clear();
             if (chunk.end) {
                 resampler.flush(converted);
@@ -176,6 +222,7 @@ struct PCMStream::State {
     bool halt = false;
 
     std::vector<float> current;  // the chunk handed out last, when it needed no conversion
+    std::vector<Tap> taps;
 
     std::vector<float> converted;
     std::int64_t nextOutput = 0;
@@ -203,6 +250,7 @@ PCMStream& PCMStream::operator=(PCMStream&&) noexcept = default;
 
 void PCMStream::setRange(double startSeconds, std::optional<double> maxSeconds) {
     State& s = *state_;
+    MORVANE_ASSERT(s.taps.empty(), "a stream with consumers at other rates is read whole");
     const double start = std::isfinite(startSeconds) ? std::max(startSeconds, 0.0) : 0.0;
     s.stopDecoding();
     if (start > 0.0 || s.touched) {
@@ -241,6 +289,12 @@ std::span<const float> PCMStream::read() {
     }
     s.done = true;
     return {};
+}
+
+void PCMStream::alsoAtRate(int sampleRate, std::function<void(std::span<const float>)> consume) {
+    State& s = *state_;
+    MORVANE_ASSERT(!s.touched && sampleRate > 0, "other rates are added before the first read");
+    s.taps.emplace_back(sampleRate, std::move(consume));
 }
 
 int PCMStream::sampleRate() const noexcept {

@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -63,8 +64,15 @@ class PCMStream {
     PCMStream(PCMStream&&) noexcept;
     PCMStream& operator=(PCMStream&&) noexcept;
 
-    /// Limits the stream to `maxSeconds` (when given) from `startSeconds`, and moves there.
+    /// Limits the stream to `maxSeconds` (when given) from `startSeconds`, and moves there. Not for a
+    /// stream with `alsoAtRate` consumers.
     void setRange(double startSeconds, std::optional<double> maxSeconds);
+
+    /// Before the first `read`: also converts each decoded block to `sampleRate` and hands it to `consume`
+    /// during `read`, exactly the samples, in exactly the blocks, that a stream opened at that rate would
+    /// read. Analyses at different rates (silences at 44.1 kHz, levels at 48 kHz) then share one decode.
+    /// `consume` sees the whole track only if the stream is read to its end.
+    void alsoAtRate(int sampleRate, std::function<void(std::span<const float>)> consume);
 
     /// The next samples in order; empty once the track or the range is done. The span stays valid until
     /// the next call. Throws `readerFailed` or `OperationCancelled`.
