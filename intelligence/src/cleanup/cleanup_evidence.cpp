@@ -1,8 +1,8 @@
 #include "morvane/intelligence/cleanup/cleanup_evidence.hpp"
 
 #include <exception>
-#include <mutex>
-#include <thread>
+
+#include "segment_level_stream.hpp"
 
 namespace morvane::intelligence {
 namespace {
@@ -19,64 +19,43 @@ auto orNothing(Read&& read) -> std::optional<decltype(read())> {
     }
 }
 
-// Two passes' progress as one share, reported from whichever thread moves.
-class SharedProgress {
-  public:
-    SharedProgress(const ProgressCallback& progress, int passes) : progress_(progress), passes_(passes) {}
-
-    ProgressCallback pass(int index) {
-        if (!progress_) return {};
-        return [this, index](double share) {
-            const std::lock_guard lock(mutex_);
-            shares_[index] = share;
-            double sum = 0.0;
-            for (int i = 0; i < passes_; ++i)
-                sum += shares_[i];
-            progress_(sum / passes_);
-        };
+// Silences and levels from one decode: the track is read at 48 kHz for the levels and converted beside
+// that to 44.1 kHz for the silences, each rate exactly as a reader of its own would see it.
+CleanupEvidence readBoth(const SegmentDocument& segments, const std::filesystem::path& mediaURL,
+                         const ProgressCallback& progress, std::stop_token stop) {
+    engine::PCMStream stream(mediaURL, SegmentAudioMeter::sampleRate, std::move(stop));
+    engine::SilenceScanner silences(CleanupEvidence::silenceOptions());
+    stream.alsoAtRate(engine::SilenceScanner::sampleRate,
+                      [&](std::span<const float> block) { silences.process(block); });
+    SegmentLevelStream levels(segments.segments, SegmentAudioMeter::sampleRate);
+    StreamProgress share(progress, stream.expectedSamples());
+    for (auto block = stream.read(); !block.empty(); block = stream.read()) {
+        levels.process(block);
+        share.advance(block.size());
     }
-
-  private:
-    const ProgressCallback& progress_;
-    int passes_;
-    std::mutex mutex_;
-    double shares_[2] = {0.0, 0.0};
-};
+    share.finish();
+    return {.silences = silences.finish(), .levels = levels.finish()};
+}
 
 }  // namespace
 
 CleanupEvidence CleanupEvidence::read(const SegmentDocument& segments, const std::filesystem::path& mediaURL,
                                       const CleanupEvidenceNeeds& needs, const ProgressCallback& progress,
                                       std::stop_token stop) {
-    CleanupEvidence evidence;
-    if (segments.segments.empty()) return evidence;
-    SharedProgress shared(progress, (needs.silences ? 1 : 0) + (needs.levels ? 1 : 0));
-    const auto detectSilences = [&, onProgress = shared.pass(0)] {
-        return engine::SilenceDetector::detect(mediaURL, silenceOptions(), onProgress, stop);
-    };
-    const auto measureLevels = [&, onProgress = shared.pass(needs.silences ? 1 : 0)] {
-        return SegmentAudioMeter::measure(segments.segments, mediaURL, onProgress, stop);
-    };
+    if (segments.segments.empty()) return {};
     if (needs.silences && needs.levels) {
-        // The passes decode independently and share nothing, so they run side by side.
-        std::optional<std::vector<engine::SilenceSpan>> silences;
-        std::exception_ptr failure;
-        {
-            const std::jthread worker([&] {
-                try {
-                    silences = orNothing(detectSilences);
-                } catch (...) {
-                    failure = std::current_exception();
-                }
-            });
-            evidence.levels = orNothing(measureLevels);
-        }
-        if (failure) std::rethrow_exception(failure);
-        evidence.silences = std::move(silences).value_or(std::vector<engine::SilenceSpan>{});
-    } else if (needs.silences) {
-        evidence.silences = orNothing(detectSilences).value_or(std::vector<engine::SilenceSpan>{});
+        return orNothing([&] { return readBoth(segments, mediaURL, progress, stop); })
+            .value_or(CleanupEvidence{});
+    }
+    CleanupEvidence evidence;
+    if (needs.silences) {
+        evidence.silences =
+            orNothing([&] {
+                return engine::SilenceDetector::detect(mediaURL, silenceOptions(), progress, stop);
+            }).value_or(std::vector<engine::SilenceSpan>{});
     } else if (needs.levels) {
-        evidence.levels = orNothing(measureLevels);
+        evidence.levels = orNothing(
+            [&] { return SegmentAudioMeter::measure(segments.segments, mediaURL, progress, stop); });
     }
     return evidence;
 }

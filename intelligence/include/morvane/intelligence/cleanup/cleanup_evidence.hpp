@@ -4,7 +4,7 @@
 /// the pauses (for the silence rule) and each segment's level and steadiness (for the filler and retake
 /// rules). Each rule given this gets the same answer as it would reading the file itself.
 ///
-///     CleanupEvidence evidence = CleanupEvidence::read(segments, "talk.mp4");   // two passes at once
+///     CleanupEvidence evidence = CleanupEvidence::read(segments, "talk.mp4");   // one decode for both
 ///     auto run = CleanupComposer::classify(segments, transcript, instruction, evidence);
 ///
 /// A recording that can't be read gives no evidence of that kind, never an error: the rules then decide
@@ -38,10 +38,10 @@ struct CleanupEvidence {
     /// The settings the rules detect silence with.
     [[nodiscard]] static engine::SilenceDetectionOptions silenceOptions() { return {}; }
 
-    /// Reads what `needs` asks for from `mediaURL` for `segments`: the silences (a 44.1 kHz pass) and
-    /// the levels (a 48 kHz pass) run side by side. A pass that fails leaves its part empty; progress is
-    /// the mean share of the passes. Throws only `OperationCancelled`. Nothing is read for a document
-    /// without segments.
+    /// Reads what `needs` asks for from `mediaURL` for `segments`, decoding the track once: at 48 kHz for
+    /// the levels, converted to 44.1 kHz beside that for the silences. A recording that can't be read
+    /// gives nothing; progress is the share of the track read. Throws only `OperationCancelled`. Nothing
+    /// is read for a document without segments.
     [[nodiscard]] static CleanupEvidence read(const SegmentDocument& segments,
                                               const std::filesystem::path& mediaURL,
                                               const CleanupEvidenceNeeds& needs = {},
