@@ -27,9 +27,8 @@ std::string_view commandInstruction(AssistantCommandID id) {
 ClassificationRun classify(const SegmentDocument& segments, const TranscriptDocument& transcript,
                            std::string_view instruction, const std::optional<std::filesystem::path>& mediaURL,
                            const ProgressCallback& progress, std::stop_token stop) {
-    CleanupEvidence evidence;
-    if (mediaURL) evidence = CleanupEvidence::read(segments, *mediaURL, {}, progress, std::move(stop));
-    return classify(segments, transcript, instruction, evidence);
+    return classify(segments, transcript, instruction,
+                    CleanupEvidence::read(segments, mediaURL, {}, progress, std::move(stop)));
 }
 
 ClassificationRun classify(const SegmentDocument& segments, const TranscriptDocument& transcript,

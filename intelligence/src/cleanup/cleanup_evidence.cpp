@@ -39,23 +39,24 @@ CleanupEvidence readBoth(const SegmentDocument& segments, const std::filesystem:
 
 }  // namespace
 
-CleanupEvidence CleanupEvidence::read(const SegmentDocument& segments, const std::filesystem::path& mediaURL,
+CleanupEvidence CleanupEvidence::read(const SegmentDocument& segments,
+                                      const std::optional<std::filesystem::path>& mediaURL,
                                       const CleanupEvidenceNeeds& needs, const ProgressCallback& progress,
                                       std::stop_token stop) {
-    if (segments.segments.empty()) return {};
+    if (!mediaURL || segments.segments.empty() || !(needs.silences || needs.levels)) return {};
     if (needs.silences && needs.levels) {
-        return orNothing([&] { return readBoth(segments, mediaURL, progress, stop); })
+        return orNothing([&] { return readBoth(segments, *mediaURL, progress, stop); })
             .value_or(CleanupEvidence{});
     }
     CleanupEvidence evidence;
     if (needs.silences) {
         evidence.silences =
             orNothing([&] {
-                return engine::SilenceDetector::detect(mediaURL, silenceOptions(), progress, stop);
+                return engine::SilenceDetector::detect(*mediaURL, silenceOptions(), progress, stop);
             }).value_or(std::vector<engine::SilenceSpan>{});
     } else if (needs.levels) {
         evidence.levels = orNothing(
-            [&] { return SegmentAudioMeter::measure(segments.segments, mediaURL, progress, stop); });
+            [&] { return SegmentAudioMeter::measure(segments.segments, *mediaURL, progress, stop); });
     }
     return evidence;
 }

@@ -224,11 +224,8 @@ double audioStability(const TranscriptSegment& segment, const engine::PCMBuffer*
 ClassificationRun classify(const SegmentDocument& segments, const TranscriptDocument& transcript,
                            std::string_view instruction, const std::optional<std::filesystem::path>& mediaURL,
                            const ProgressCallback& progress, std::stop_token stop) {
-    CleanupEvidence evidence;
-    if (mediaURL) {
-        evidence = CleanupEvidence::read(segments, *mediaURL, {.silences = false, .levels = true}, progress,
-                                         std::move(stop));
-    }
+    const auto evidence = CleanupEvidence::read(segments, mediaURL, {.silences = false, .levels = true},
+                                                progress, std::move(stop));
     return classify(segments, transcript, instruction, evidence);
 }
 

@@ -60,11 +60,8 @@ class LongPauses {
 ClassificationRun classify(const SegmentDocument& segments, std::string_view instruction,
                            const std::optional<std::filesystem::path>& mediaURL, double minPauseSeconds,
                            const ProgressCallback& progress, std::stop_token stop) {
-    CleanupEvidence evidence;
-    if (mediaURL) {
-        evidence = CleanupEvidence::read(segments, *mediaURL, {.silences = true, .levels = false}, progress,
-                                         std::move(stop));
-    }
+    const auto evidence = CleanupEvidence::read(segments, mediaURL, {.silences = true, .levels = false},
+                                                progress, std::move(stop));
     return classify(segments, instruction, evidence.silences, minPauseSeconds);
 }
 

@@ -131,10 +131,8 @@ ClassificationRun ModelRouter::classify(const SegmentDocument& segments, std::st
     // What the rule of this route needs from the recording, read once for it.
     const auto evidence = [&](CleanupEvidenceNeeds needs) {
         needs.silences = needs.silences && !request.silences;
-        CleanupEvidence read;
-        if (request.mediaPath && (needs.silences || needs.levels)) {
-            read = CleanupEvidence::read(segments, *request.mediaPath, needs, request.onProgress, stop);
-        }
+        CleanupEvidence read =
+            CleanupEvidence::read(segments, request.mediaPath, needs, request.onProgress, stop);
         if (request.silences) read.silences = *request.silences;
         return read;
     };

@@ -39,11 +39,11 @@ struct CleanupEvidence {
     [[nodiscard]] static engine::SilenceDetectionOptions silenceOptions() { return {}; }
 
     /// Reads what `needs` asks for from `mediaURL` for `segments`, decoding the track once: at 48 kHz for
-    /// the levels, converted to 44.1 kHz beside that for the silences. A recording that can't be read
-    /// gives nothing; progress is the share of the track read. Throws only `OperationCancelled`. Nothing
-    /// is read for a document without segments.
+    /// the levels, converted to 44.1 kHz beside that for the silences. No recording, or one that can't be
+    /// read, gives nothing; progress is the share of the track read. Throws only `OperationCancelled`.
+    /// Nothing is read for a document without segments.
     [[nodiscard]] static CleanupEvidence read(const SegmentDocument& segments,
-                                              const std::filesystem::path& mediaURL,
+                                              const std::optional<std::filesystem::path>& mediaURL,
                                               const CleanupEvidenceNeeds& needs = {},
                                               const ProgressCallback& progress = {},
                                               std::stop_token stop = {});
