@@ -96,6 +96,27 @@ TEST(Folders, followXdgVariablesAndFallBackToHome) {
     EXPECT_EQ(cacheDirectory(), fs::path("/var/cache/u/Morvane"));
 }
 
+TEST(FileURL, encodesReservedBytesAndDecodesBack) {
+    struct Case {
+        const char* path;
+        const char* url;
+    } cases[] = {
+        {"/home/me/My Talk.mov", "file:///home/me/My%20Talk.mov"},
+        {"/tmp/caf\xc3\xa9#1?.mp4", "file:///tmp/caf%C3%A9%231%3F.mp4"},
+        {"/a/b~c/(d)+e,f;g=h@i:j", "file:///a/b~c/(d)+e,f;g=h@i:j"},
+        {"/100%", "file:///100%25"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(fileURL(c.path), c.url);
+        EXPECT_EQ(pathFromFileURL(c.url), fs::path(c.path)) << c.url;
+    }
+    EXPECT_EQ(pathFromFileURL("file://localhost/srv/x.mov"), fs::path("/srv/x.mov"));
+    EXPECT_EQ(pathFromFileURL("/plain/path.mov"), fs::path("/plain/path.mov"));
+    for (const char* bad : {"https://example.com/a.mov", "media/a.mov", "file://host/a.mov", "file:///a%2", "file:///a%zz"}) {
+        EXPECT_FALSE(pathFromFileURL(bad).has_value()) << bad;
+    }
+}
+
 TEST(PreferencesStore, keepsTypedValuesAcrossInstances) {
     const testing::TempDir dir;
     const auto file = dir.path() / "morvane" / "preferences.json";
