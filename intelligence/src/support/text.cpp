@@ -5,6 +5,7 @@
 #include <unicode/locid.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
+#include <unicode/utext.h>
 #include <unicode/utf8.h>
 
 #include <algorithm>
@@ -99,6 +100,34 @@ std::size_t characterCount(std::string_view text) {
     while (iterator->next() != icu::BreakIterator::DONE)
         ++count;
     return count;
+}
+
+std::string_view firstCharacters(std::string_view text, std::size_t count) {
+    if (isAscii(text)) {
+        // CR LF is one character.
+        std::size_t i = 0;
+        for (std::size_t taken = 0; i < text.size() && taken < count; ++taken) {
+            i += (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') ? 2 : 1;
+        }
+        return text.substr(0, i);
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::BreakIterator> iterator(
+        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    UText* utext = utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status);
+    if (!iterator || U_FAILURE(status)) {
+        if (utext) utext_close(utext);
+        return text;
+    }
+    iterator->setText(utext, status);
+    int32_t end = iterator->first();
+    for (std::size_t taken = 0; taken < count; ++taken) {
+        const int32_t next = iterator->next();
+        if (next == icu::BreakIterator::DONE) break;
+        end = next;
+    }
+    utext_close(utext);
+    return text.substr(0, static_cast<std::size_t>(end));  // UTF-8 UText indexes are byte offsets
 }
 
 int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
