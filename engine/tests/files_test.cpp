@@ -8,6 +8,7 @@
 #include "morvane/engine/engine_error.hpp"
 #include "morvane/engine/support/files.hpp"
 #include "morvane/engine/support/preferences_store.hpp"
+#include "morvane/engine/support/uuid.hpp"
 #include "morvane/testing/temp_dir.hpp"
 
 namespace morvane {
@@ -94,6 +95,41 @@ TEST(Folders, followXdgVariablesAndFallBackToHome) {
     EXPECT_EQ(dataDirectory(), fs::path("/home/u/.local/share/Morvane"));
     env.set("XDG_CACHE_HOME", "/var/cache/u");
     EXPECT_EQ(cacheDirectory(), fs::path("/var/cache/u/Morvane"));
+}
+
+TEST(FileURL, encodesReservedBytesAndDecodesBack) {
+    struct Case {
+        const char* path;
+        const char* url;
+    } cases[] = {
+        {"/home/me/My Talk.mov", "file:///home/me/My%20Talk.mov"},
+        {"/tmp/caf\xc3\xa9#1?.mp4", "file:///tmp/caf%C3%A9%231%3F.mp4"},
+        {"/a/b~c/(d)+e,f;g=h@i:j", "file:///a/b~c/(d)+e,f;g=h@i:j"},
+        {"/100%", "file:///100%25"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(fileURL(c.path), c.url);
+        EXPECT_EQ(pathFromFileURL(c.url), fs::path(c.path)) << c.url;
+    }
+    EXPECT_EQ(pathFromFileURL("file://localhost/srv/x.mov"), fs::path("/srv/x.mov"));
+    EXPECT_EQ(pathFromFileURL("/plain/path.mov"), fs::path("/plain/path.mov"));
+    for (const char* bad :
+         {"https://example.com/a.mov", "media/a.mov", "file://host/a.mov", "file:///a%2", "file:///a%zz"}) {
+        EXPECT_FALSE(pathFromFileURL(bad).has_value()) << bad;
+    }
+}
+
+TEST(UUID, isRandomVersionFourInCanonicalForm) {
+    const std::string a = makeUUID();
+    EXPECT_TRUE(isUUID(a)) << a;
+    EXPECT_EQ(a[14], '4');
+    EXPECT_NE(std::string("89AB").find(a[19]), std::string::npos) << a;
+    EXPECT_NE(makeUUID(), a);
+    EXPECT_TRUE(isUUID("e621e1f8-c36c-495a-93fc-0c247a3e6e5f"));
+    for (const char* bad : {"", "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5",
+                            "G621E1F8-C36C-495A-93FC-0C247A3E6E5F"}) {
+        EXPECT_FALSE(isUUID(bad)) << bad;
+    }
 }
 
 TEST(PreferencesStore, keepsTypedValuesAcrossInstances) {

@@ -56,7 +56,7 @@ void addSegmentVerb(CLI::App& app, RunState& /*state*/) {
                    hierarchy.sentenceSpans.size(), hierarchy.topicSpans.size());
         for (const auto& topic : hierarchy.topicSpans) {
             fmt::print("  topic {} at {:.2f} s, segments {}-{}: {}\n", topic.id, topic.startSeconds,
-                       topic.segmentIDs.front(), topic.segmentIDs.back(), prefixCharacters(topic.text, 60));
+                       topic.segmentIDs.front(), topic.segmentIDs.back(), firstCharacters(topic.text, 60));
         }
     });
 }

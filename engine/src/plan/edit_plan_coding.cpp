@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "morvane/engine/support/files.hpp"
+
 namespace morvane::engine {
 namespace {
 
@@ -46,24 +48,6 @@ Json canonical(const Json& json, std::string& path) {
     return json;
 }
 
-// Characters kept as they are in the path of a file URL: RFC 3986 unreserved and sub-delims, ":", "@"
-// and "/". Everything else, bytes of non-ASCII characters included, is percent-encoded.
-bool keptInURLPath(unsigned char c) {
-    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
-    return std::string_view("-._~!$&'()*+,;=:@/").find(static_cast<char>(c)) != std::string_view::npos;
-}
-
-std::string fileURL(const std::filesystem::path& absolute) {
-    std::string url = "file://";
-    for (const unsigned char c : absolute.generic_string()) {
-        if (keptInURLPath(c)) {
-            url += static_cast<char>(c);
-        } else {
-            url += fmt::format("%{:02X}", c);
-        }
-    }
-    return url;
-}
 
 }  // namespace
 

@@ -27,7 +27,56 @@ std::filesystem::path xdgDirectory(const char* variable, const char* fallback, c
     return std::filesystem::path(home != nullptr && home[0] != '\0' ? home : "/tmp") / fallback / name;
 }
 
+bool keptInURLPath(unsigned char c) {
+    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
+    return std::string_view("-._~!$&'()*+,;=:@/").find(static_cast<char>(c)) != std::string_view::npos;
+}
+
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
 }  // namespace
+
+std::string fileURL(const std::filesystem::path& absolute) {
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    std::string url = "file://";
+    for (const unsigned char c : absolute.generic_string()) {
+        if (keptInURLPath(c)) {
+            url += static_cast<char>(c);
+        } else {
+            url += '%';
+            url += kHex[c >> 4];
+            url += kHex[c & 0x0F];
+        }
+    }
+    return url;
+}
+
+std::optional<std::filesystem::path> pathFromFileURL(std::string_view url) {
+    if (url.starts_with('/')) return std::filesystem::path(url);
+    if (!url.starts_with("file://")) return std::nullopt;
+    url.remove_prefix(7);
+    if (url.starts_with("localhost/")) url.remove_prefix(9);
+    if (!url.starts_with('/')) return std::nullopt;
+    std::string path;
+    for (std::size_t i = 0; i < url.size(); ++i) {
+        if (url[i] != '%') {
+            path += url[i];
+            continue;
+        }
+        if (i + 2 >= url.size()) return std::nullopt;
+        const int high = hexValue(url[i + 1]);
+        const int low = hexValue(url[i + 2]);
+        if (high < 0 || low < 0) return std::nullopt;
+        path += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    return std::filesystem::path(path);
+}
 
 void writeFileAtomically(const std::filesystem::path& path, std::string_view contents) {
     const auto folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");

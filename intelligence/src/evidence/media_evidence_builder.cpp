@@ -84,7 +84,7 @@ std::vector<EvidenceFrameSample> sampleFrames(double durationSeconds,
     const auto topics = static_cast<std::size_t>(std::max(maxFrames - 3, 0));
     for (std::size_t i = 0; i < std::min(topics, topicSpans.size()); ++i) {
         samples.push_back({topicSpans[i].startSeconds, EvidenceFrameRole::topicBoundary,
-                           std::string(prefixCharacters(topicSpans[i].text, kTopicNoteCharacters))});
+                           std::string(firstCharacters(topicSpans[i].text, kTopicNoteCharacters))});
     }
     if (samples.size() > static_cast<std::size_t>(maxFrames))
         samples.resize(static_cast<std::size_t>(maxFrames));

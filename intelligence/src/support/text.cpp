@@ -5,6 +5,7 @@
 #include <unicode/locid.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
+#include <unicode/utext.h>
 #include <unicode/utf8.h>
 
 #include <algorithm>
@@ -101,25 +102,32 @@ std::size_t characterCount(std::string_view text) {
     return count;
 }
 
-std::string_view prefixCharacters(std::string_view text, std::size_t count) {
-    if (isAscii(text) && text.find('\r') == std::string_view::npos) return text.substr(0, count);
-    const auto unicode =
-        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+std::string_view firstCharacters(std::string_view text, std::size_t count) {
+    if (isAscii(text)) {
+        // CR LF is one character.
+        std::size_t i = 0;
+        for (std::size_t taken = 0; i < text.size() && taken < count; ++taken) {
+            i += (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') ? 2 : 1;
+        }
+        return text.substr(0, i);
+    }
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<icu::BreakIterator> iterator(
         icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-    if (!iterator || U_FAILURE(status)) return text;
-    iterator->setText(unicode);
+    UText* utext = utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status);
+    if (!iterator || U_FAILURE(status)) {
+        if (utext) utext_close(utext);
+        return text;
+    }
+    iterator->setText(utext, status);
     int32_t end = iterator->first();
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t taken = 0; taken < count; ++taken) {
         const int32_t next = iterator->next();
-        if (next == icu::BreakIterator::DONE) return text;
+        if (next == icu::BreakIterator::DONE) break;
         end = next;
     }
-    // Back to UTF-8: the prefix's length in bytes.
-    std::string prefix;
-    unicode.tempSubString(0, end).toUTF8String(prefix);
-    return text.substr(0, prefix.size());
+    utext_close(utext);
+    return text.substr(0, static_cast<std::size_t>(end));  // UTF-8 UText indexes are byte offsets
 }
 
 int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {

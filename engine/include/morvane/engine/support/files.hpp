@@ -6,6 +6,7 @@
 ///     auto prefs = configDirectory() / "preferences.json";   // ~/.config/morvane/preferences.json
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,14 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view con
 /// The whole of a file. Throws `EngineError::missingFile` when it doesn't exist or isn't a regular file,
 /// and `std::filesystem::filesystem_error` when it can't be read.
 [[nodiscard]] std::string readWholeFile(const std::filesystem::path& path);
+
+/// `absolute` as a "file://" URL, with every byte outside RFC 3986's unreserved characters, sub-delims,
+/// ":", "@" and "/" percent-encoded: "/home/me/My Talk.mov" is "file:///home/me/My%20Talk.mov".
+[[nodiscard]] std::string fileURL(const std::filesystem::path& absolute);
+
+/// The path of a "file://" URL (percent-decoded; "file://localhost/..." accepted), or of a plain absolute
+/// path given as it is. Nothing for other schemes, relative paths and malformed escapes.
+[[nodiscard]] std::optional<std::filesystem::path> pathFromFileURL(std::string_view url);
 
 /// $XDG_CONFIG_HOME/morvane (default ~/.config/morvane): preferences.
 [[nodiscard]] std::filesystem::path configDirectory();

@@ -31,8 +31,8 @@ namespace morvane::intelligence {
 /// The number of user-perceived characters (extended grapheme clusters).
 [[nodiscard]] std::size_t characterCount(std::string_view text);
 
-/// The first `count` user-perceived characters of `text` (all of it when it is shorter).
-[[nodiscard]] std::string_view prefixCharacters(std::string_view text, std::size_t count);
+/// The first `count` user-perceived characters of `text` (all of it when shorter).
+[[nodiscard]] std::string_view firstCharacters(std::string_view text, std::size_t count);
 
 /// Case-insensitive comparison in the collation order of the user's locale: negative, zero or positive.
 [[nodiscard]] int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b);
