@@ -158,7 +158,8 @@ TEST(MorvaneSegment, withTheRecordingEdgesFallIntoItsPauses) {
     const auto recording = sampleRecording(dir).string();
     const auto segmented = runMorvane({"segment", sampleTranscript(), "--media", recording, "--json"});
     ASSERT_EQ(segmented.exitCode, 0) << segmented.err;
-    for (const auto& segment : jsonOf(segmented)["segments"]["segments"]) {
+    const Json json = jsonOf(segmented);
+    for (const auto& segment : json["segments"]["segments"]) {
         EXPECT_EQ(segment["start"]["timescale"], 600);
     }
     // The words are all there to hear: the cut is the one the transcript alone gives.
