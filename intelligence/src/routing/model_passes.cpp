@@ -48,9 +48,15 @@ ClassificationRun mergeTwoPassResults(std::string_view instruction, const Segmen
                                     .chunkIndex = 0,
                                     .chunkSegmentIDs = allIDs(segments),
                                     .keepSegmentIDs = finalIDs};
+    // The first verdict on each segment, as `classification(segmentID)` finds it, without a scan per segment.
+    std::unordered_map<int, const SegmentClassification*> firstVerdicts;
+    for (const auto& result : pass1.results) {
+        for (const auto& verdict : result.segmentResults) firstVerdicts.emplace(verdict.segmentID, &verdict);
+    }
     for (const auto& segment : segments.segments) {
         const bool keep = kept.contains(segment.id);
-        const auto* verdict = pass1.classification(segment.id);
+        const auto found = firstVerdicts.find(segment.id);
+        const SegmentClassification* verdict = found == firstVerdicts.end() ? nullptr : found->second;
         double confidence = keep ? 0.7 : 0.4;
         if (verdict != nullptr)
             confidence = keep ? std::max(verdict->confidence, 0.7) : std::min(verdict->confidence, 0.45);
