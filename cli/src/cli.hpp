@@ -19,6 +19,7 @@ void addCommandsVerb(CLI::App& app, RunState& state);
 void addResolveVerb(CLI::App& app, RunState& state);
 void addDemoVerb(CLI::App& app, RunState& state);
 void addModelVerb(CLI::App& app, RunState& state);
+void addCutVerb(CLI::App& app, RunState& state);
 void addSilencesVerb(CLI::App& app, RunState& state);
 void addLoudnessVerb(CLI::App& app, RunState& state);
 void addWaveformVerb(CLI::App& app, RunState& state);

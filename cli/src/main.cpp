@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
     addResolveVerb(app, state);
     addDemoVerb(app, state);
     addModelVerb(app, state);
+    addCutVerb(app, state);
     addSilencesVerb(app, state);
     addLoudnessVerb(app, state);
     addWaveformVerb(app, state);

@@ -95,6 +95,9 @@ class LanguageModelService {
     virtual int contextTokens(std::stop_token stop) = 0;
     /// A fresh session; `instructions` become its system message.
     virtual std::unique_ptr<LanguageModelSession> makeSession(std::optional<std::string> instructions) = 0;
+    /// What the server offers and how much context it has, or why nothing answers. Never throws for an
+    /// unreachable server; throws `OperationCancelled` on a stop.
+    [[nodiscard]] virtual LanguageModelStatus status(std::stop_token stop) = 0;
 };
 
 /// Where the server is and which model to ask for.
@@ -123,9 +126,7 @@ class HttpLanguageModelService final : public LanguageModelService {
     int contextTokens(std::stop_token stop) override;
     std::unique_ptr<LanguageModelSession> makeSession(std::optional<std::string> instructions) override;
 
-    /// Asks the server what it offers and how much context it has. Never throws for an unreachable server:
-    /// the status says why. Throws `OperationCancelled` on a stop.
-    [[nodiscard]] LanguageModelStatus status(std::stop_token stop);
+    [[nodiscard]] LanguageModelStatus status(std::stop_token stop) override;
 
     [[nodiscard]] const LanguageModelConnection& connection() const noexcept { return connection_; }
 
