@@ -21,6 +21,8 @@ int main(int argc, char** argv) {
     addLoudnessVerb(app, state);
     addWaveformVerb(app, state);
     addPlanVerb(app, state);
+    addFrameVerb(app, state);
+    addRenderAudioVerb(app, state);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {
