@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <numbers>
 #include <fmt/core.h>
 
 #include "morvane/engine/engine_error.hpp"
@@ -204,7 +205,7 @@ TEST_F(CompositionRendererMedia, cutsRampToSilenceSoNoSampleJumps) {
     const PCMBuffer mix = renderer.renderAudio({.sampleRate = 48000});
     ASSERT_EQ(mix.samples.size(), 96000u);
     // A 440 Hz sine at 0.5 steps at most 2π·440/48000·0.5 = 0.0288 a sample; a cut with no ramp steps up to 1.
-    const double toneStep = 2.0 * M_PI * 440.0 / 48000.0 * 0.5;
+    const double toneStep = 2.0 * std::numbers::pi * 440.0 / 48000.0 * 0.5;
     EXPECT_LT(largestStep(mix.samples), toneStep * 1.05);
     // Silent at the cut, whole between the ramps (3 frames of 1/30 s: 0.1 s).
     EXPECT_LT(std::abs(mix.samples[48000]), 0.01);
