@@ -25,7 +25,9 @@ EditPlan talkPlan(const std::string& source, bool framed) {
     plan.sources = {{.id = "talk", .url = source, .frameDuration = "1/30"}};
     // 3 s kept out of every 3.6 s: the pauses between sentences cut out.
     for (int i = 0; i < 200; ++i) {
-        EditPlanOperation keep{.type = "keep", .sourceID = "talk", .start = fmt::format("{}/10", i * 36),
+        EditPlanOperation keep{.type = "keep",
+                               .sourceID = "talk",
+                               .start = fmt::format("{}/10", i * 36),
                                .end = fmt::format("{}/10", i * 36 + 30)};
         if (framed) keep.presentationStyle = ClipPresentationStyle::demoDefault();
         plan.operations.push_back(std::move(keep));
@@ -50,12 +52,15 @@ int main(int argc, char** argv) {
     try {
         const auto started = std::chrono::steady_clock::now();
         const double cpuStarted = cpuSeconds();
-        CompositionRenderer renderer(CompositionBuilder::build(talkPlan(source, mode == "framed"), AudioFinishingOptions::preview()));
+        CompositionRenderer renderer(
+            CompositionBuilder::build(talkPlan(source, mode == "framed"), AudioFinishingOptions::preview()));
         if (mode == "audio") {
             const PCMBuffer mix = renderer.renderAudio({.sampleRate = 48000});
-            const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-            fmt::print("audio: {:.1f} s of program in {:.2f} s ({:.2f} s CPU): {:.0f}x real time\n", mix.durationSeconds,
-                       elapsed, cpuSeconds() - cpuStarted, mix.durationSeconds / elapsed);
+            const double elapsed =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+            fmt::print("audio: {:.1f} s of program in {:.2f} s ({:.2f} s CPU): {:.0f}x real time\n",
+                       mix.durationSeconds, elapsed, cpuSeconds() - cpuStarted,
+                       mix.durationSeconds / elapsed);
             return 0;
         }
         std::int64_t frames = renderer.frameCount();
@@ -67,11 +72,13 @@ int main(int argc, char** argv) {
             passthrough += frame.isPassthrough() ? 1 : 0;
             pixels += frame.size().width;
         }
-        const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-        fmt::print("{}: {} frames in {:.2f} s ({:.2f} s CPU), {:.1f} frames/s, {:.2f} ms a frame, {} passed through "
-                   "(checksum {})\n",
-                   mode, frames, elapsed, cpuSeconds() - cpuStarted, frames / elapsed, elapsed * 1000.0 / frames,
-                   passthrough, pixels);
+        const double elapsed =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        fmt::print(
+            "{}: {} frames in {:.2f} s ({:.2f} s CPU), {:.1f} frames/s, {:.2f} ms a frame, {} passed through "
+            "(checksum {})\n",
+            mode, frames, elapsed, cpuSeconds() - cpuStarted, frames / elapsed, elapsed * 1000.0 / frames,
+            passthrough, pixels);
     } catch (const std::exception& e) {
         fmt::print(stderr, "bench_render: {}\n", e.what());
         return 1;

@@ -23,11 +23,14 @@ fi
 
 runs="${MORVANE_BENCH_RUNS:-2}"
 best() {  # the fastest of $runs runs of a command, in seconds
-  local b="" s
+  local b="" s log
+  log="$(mktemp)"
   for _ in $(seq "$runs"); do
-    s=$( { /usr/bin/time -f "%e" "$@" >/dev/null 2>/dev/null; } 2>&1 | tail -1)
+    /usr/bin/time -f "%e" -o "$log" "$@" >/dev/null 2>&1
+    s=$(tail -1 "$log")
     if [ -z "$b" ] || awk -v a="$s" -v c="$b" 'BEGIN { exit !(a < c) }'; then b=$s; fi
   done
+  rm -f "$log"
   echo "$b"
 }
 

@@ -37,5 +37,4 @@ std::filesystem::path samplesDir();
 /// Throws `JsonDecodeError` naming the file and where it fails.
 engine::EditPlan readPlanFile(const std::string& path);
 
-
 }  // namespace morvane::cli

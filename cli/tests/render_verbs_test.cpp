@@ -59,13 +59,14 @@ TEST_F(MorvaneRenderCli, frameWritesTheZoomedPictureWithTheWebcamInItsCorner) {
     EXPECT_GT(level(image, 40, 200), 190);
     EXPECT_GT(level(image, 240, 200), 190);
     // The webcam shows b's frame 150 (3 s + 2 s) in the "pip" slot.
-    const auto webcam = morvane::testing::readCounter(image.pixels.data(), 320, 240, 0.66 * 320, 0.05 * 240, 0.3 * 320,
-                                                      0.3 * 240);
+    const auto webcam = morvane::testing::readCounter(image.pixels.data(), 320, 240, 0.66 * 320, 0.05 * 240,
+                                                      0.3 * 320, 0.3 * 240);
     EXPECT_EQ(webcam, 150);
 }
 
 TEST_F(MorvaneRenderCli, frameOutsideTheProgramFailsWithTheCompositorsText) {
-    const auto result = runMorvane({"frame", plan_.string(), "--at", "9", "-o", (dir_.path() / "x.png").string()});
+    const auto result =
+        runMorvane({"frame", plan_.string(), "--at", "9", "-o", (dir_.path() / "x.png").string()});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.err, "morvane: Decode failed: Missing composition instruction or pixel buffer\n");
     EXPECT_FALSE(std::filesystem::exists(dir_.path() / "x.png"));

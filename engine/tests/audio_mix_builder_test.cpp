@@ -18,7 +18,8 @@ RationalTime s(double seconds) {
     return RationalTime::fromSeconds(seconds, RationalTime::workingTimescale);
 }
 
-ProgramClip clip(std::string source, double sourceStart, double length, double at, std::optional<double> gain = {}) {
+ProgramClip clip(std::string source, double sourceStart, double length, double at,
+                 std::optional<double> gain = {}) {
     ProgramClip c{.type = "keep", .sourceID = std::move(source), .trackID = "primary"};
     c.start = s(sourceStart);
     c.end = s(sourceStart + length);
@@ -41,7 +42,9 @@ TEST(AudioMixInputParameters, holdsStepsAndRampsLikeAnEnvelope) {
     p.setVolumeRamp(0.5f, 0.0f, {s(2.0), s(3.0)});
     p.setVolume(0.8f, s(5.0));
     p.setVolume(0.2f, s(5.0));  // the later of two at one time wins
-    expectLevels(p, {{0.5, 1.0f}, {1.0, 0.5f}, {2.0, 0.5f}, {2.5, 0.25f}, {3.0, 0.0f}, {4.0, 0.0f}, {5.0, 0.2f}}, "envelope");
+    expectLevels(p,
+                 {{0.5, 1.0f}, {1.0, 0.5f}, {2.0, 0.5f}, {2.5, 0.25f}, {3.0, 0.0f}, {4.0, 0.0f}, {5.0, 0.2f}},
+                 "envelope");
 }
 
 TEST(AudioMixBuilder, primaryClipsRampFromAndToSilenceAtEveryCut) {
@@ -53,11 +56,21 @@ TEST(AudioMixBuilder, primaryClipsRampFromAndToSilenceAtEveryCut) {
     options.primaryLoudnessGain = 2.0f;
     AudioMixBuilder::applyPrimaryEnvelope(p, clips, RationalTime{1, 30}, options);
     expectLevels(p,
-                 {{0.0, 0.0f}, {0.05, 1.0f}, {0.1, 2.0f}, {1.0, 2.0f},   // in from silence, times the loudness gain
-                  {1.99, 2.0f}, {2.0, 2.0f}, {2.05, 1.5f}, {2.1, 1.0f},  // no cut: down to B's level 0.5 × 2
-                  {2.9, 1.0f}, {2.95, 0.5f}, {3.0, 0.0f},                  // out to the cut
-                  {3.5, 0.0f},                                            // a gain of −1 counts as 0
-                  {4.0, 0.0f}, {4.05, 2.0f}, {4.1, 0.0f}},                // a clip shorter than two ramps
+                 {{0.0, 0.0f},
+                  {0.05, 1.0f},
+                  {0.1, 2.0f},
+                  {1.0, 2.0f},  // in from silence, times the loudness gain
+                  {1.99, 2.0f},
+                  {2.0, 2.0f},
+                  {2.05, 1.5f},
+                  {2.1, 1.0f},  // no cut: down to B's level 0.5 × 2
+                  {2.9, 1.0f},
+                  {2.95, 0.5f},
+                  {3.0, 0.0f},  // out to the cut
+                  {3.5, 0.0f},  // a gain of −1 counts as 0
+                  {4.0, 0.0f},
+                  {4.05, 2.0f},
+                  {4.1, 0.0f}},  // a clip shorter than two ramps
                  "primary");
 }
 
@@ -71,10 +84,20 @@ TEST(AudioMixBuilder, musicIsDownWhileSpeechRunsAndOverlaysRampAtTheirEdges) {
     ProgramClip song = clip("m", 0.0, 10.0, 0.0, 0.8);
     song.trackID = "audio";
     AudioMixBuilder::applyMusicEnvelope(music, song, options);
-    // Spans 0.3 s apart (less than two ramps) duck as one: down over the 0.2 s before 2.0, up over the 0.2 s after 6.0.
+    // Spans 0.3 s apart (less than two ramps) duck as one: down over the 0.2 s before 2.0, up over the 0.2 s
+    // after 6.0.
     expectLevels(music,
-                 {{0.005, 0.4f}, {1.0, 0.8f}, {1.8, 0.8f}, {1.9, 0.5f}, {2.0, 0.2f}, {3.7, 0.2f},
-                  {6.0, 0.2f}, {6.1, 0.5f}, {6.2, 0.8f}, {9.995, 0.4f}, {10.0, 0.0f}},
+                 {{0.005, 0.4f},
+                  {1.0, 0.8f},
+                  {1.8, 0.8f},
+                  {1.9, 0.5f},
+                  {2.0, 0.2f},
+                  {3.7, 0.2f},
+                  {6.0, 0.2f},
+                  {6.1, 0.5f},
+                  {6.2, 0.8f},
+                  {9.995, 0.4f},
+                  {10.0, 0.0f}},
                  "music");
 
     AudioMixInputParameters overlay;
@@ -88,7 +111,8 @@ TEST(AudioMixBuilder, buildsParametersOnlyForTracksWithClips) {
     const std::vector<std::int32_t> noTracks;
     const auto options = AudioFinishingOptions::preview();
     EXPECT_FALSE(AudioMixBuilder::build(none, 2, none, 4, none, noTracks, RationalTime{1, 30}, options));
-    const auto mix = AudioMixBuilder::build(primary, 2, none, 4, none, noTracks, RationalTime{1, 30}, options);
+    const auto mix =
+        AudioMixBuilder::build(primary, 2, none, 4, none, noTracks, RationalTime{1, 30}, options);
     ASSERT_TRUE(mix);
     ASSERT_EQ(mix->inputParameters.size(), 1u);
     EXPECT_EQ(mix->inputParameters[0].trackID, 2);
@@ -118,7 +142,8 @@ TEST(ClickSoundtrackBuilder, writesABlipAtEachClickInsideTheSoundtrack) {
     const auto samples = wavSamples(dir.path() / "clicks.wav");
     ASSERT_EQ(samples.size(), 44100u);
     const auto expected = [](int i) {
-        return static_cast<std::int16_t>((1.0 - i / 529.0) * std::sin(i * 2.0 * std::numbers::pi * 1180.0 / 44100.0) * 0.55 * 32767.0);
+        return static_cast<std::int16_t>(
+            (1.0 - i / 529.0) * std::sin(i * 2.0 * std::numbers::pi * 1180.0 / 44100.0) * 0.55 * 32767.0);
     };
     for (const int i : {0, 1, 10, 100, 528})
         EXPECT_EQ(samples[22050 + static_cast<std::size_t>(i)], expected(i)) << i;

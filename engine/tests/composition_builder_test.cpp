@@ -34,7 +34,9 @@ TEST(CompositionBuilder, packsOverlappingClipsIntoTheFirstLaneThatHasEnded) {
         std::vector<std::vector<double>> lanes;
     };
     const std::vector<Case> cases{
-        {"0–2, 1–3, 2–4: the third shares the first lane", {clipAt(0, 2), clipAt(1, 2), clipAt(2, 2)}, {{0, 2}, {1}}},
+        {"0–2, 1–3, 2–4: the third shares the first lane",
+         {clipAt(0, 2), clipAt(1, 2), clipAt(2, 2)},
+         {{0, 2}, {1}}},
         {"within 0.001 s of the lane's end", {clipAt(0, 2), clipAt(1.9995, 1)}, {{0, 1.9995}}},
         {"just past that", {clipAt(0, 2), clipAt(1.998, 1)}, {{0}, {1.998}}},
         {"sorted by start first", {clipAt(5, 1), clipAt(0, 1)}, {{0, 5}}},
@@ -57,7 +59,8 @@ TEST(CompositionBuilder, resolvesFileURLsAndUsesAnOverrideOnlyWhileItsFileExists
     const EditPlanSource source{.id = "src1", .url = "file:///home/me/My%20Talk.mov"};
     EXPECT_EQ(CompositionBuilder::resolvedURL(source, {}), "/home/me/My Talk.mov");
     EXPECT_EQ(CompositionBuilder::resolvedURL(source, {{"src1", proxy.string()}}), proxy.string());
-    EXPECT_EQ(CompositionBuilder::resolvedURL(source, {{"src1", (dir.path() / "gone.mp4").string()}}), "/home/me/My Talk.mov");
+    EXPECT_EQ(CompositionBuilder::resolvedURL(source, {{"src1", (dir.path() / "gone.mp4").string()}}),
+              "/home/me/My Talk.mov");
     EXPECT_EQ(CompositionBuilder::resolvedURL(source, {{"src2", proxy.string()}}), "/home/me/My Talk.mov");
     EXPECT_EQ(CompositionBuilder::resolvedURL({.id = "p", .url = "/plain/path.mov"}, {}), "/plain/path.mov");
 }

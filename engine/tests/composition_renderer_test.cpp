@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fmt/core.h>
 #include <cmath>
 #include <numbers>
-#include <fmt/core.h>
 
 #include "morvane/engine/engine_error.hpp"
 #include "morvane/testing/synthetic_media.hpp"
@@ -51,7 +51,8 @@ class CompositionRendererMedia : public ::testing::Test {
     }
 
     static EditPlanOperation keep(std::string source, double start, double end, double rate = 1.0) {
-        EditPlanOperation op{.type = "keep", .sourceID = std::move(source), .start = secs(start), .end = secs(end)};
+        EditPlanOperation op{
+            .type = "keep", .sourceID = std::move(source), .start = secs(start), .end = secs(end)};
         if (rate != 1.0) op.playbackRate = rate;
         return op;
     }
@@ -71,12 +72,15 @@ morvane::testing::TempDir* CompositionRendererMedia::dir_ = nullptr;
 
 TEST_F(CompositionRendererMedia, everyFrameAcrossCutsIsTheSourceFrameOfItsProgramTime) {
     // Out of order in the document; laid out by source start.
-    CompositionRenderer renderer(CompositionBuilder::build(
-        plan({keep("a", 7.0, 8.0), keep("a", 2.0, 4.0), keep("a", 12.0, 12.5)}), AudioFinishingOptions::preview()));
+    CompositionRenderer renderer(
+        CompositionBuilder::build(plan({keep("a", 7.0, 8.0), keep("a", 2.0, 4.0), keep("a", 12.0, 12.5)}),
+                                  AudioFinishingOptions::preview()));
     // Program: [0,2) <- source 2..4, [2,3) <- 7..8, [3,3.5) <- 12..12.5.
     ASSERT_EQ(renderer.frameCount(), 105);
     for (std::int64_t i = 0; i < renderer.frameCount(); ++i) {
-        const int expected = i < 60 ? 60 + static_cast<int>(i) : i < 90 ? 210 + static_cast<int>(i - 60) : 360 + static_cast<int>(i - 90);
+        const int expected = i < 60   ? 60 + static_cast<int>(i)
+                             : i < 90 ? 210 + static_cast<int>(i - 60)
+                                      : 360 + static_cast<int>(i - 90);
         const VideoFrame frame = renderer.frame(renderer.frameTime(i));
         EXPECT_TRUE(frame.isPassthrough()) << "frame " << i;
         EXPECT_EQ(counter(frame), expected) << "program frame " << i;
@@ -84,13 +88,14 @@ TEST_F(CompositionRendererMedia, everyFrameAcrossCutsIsTheSourceFrameOfItsProgra
 }
 
 TEST_F(CompositionRendererMedia, seeksBackAndForthGiveTheSameFramesAsPlaying) {
-    CompositionRenderer renderer(
-        CompositionBuilder::build(plan({keep("a", 1.0, 9.0), keep("a", 15.0, 19.0)}), AudioFinishingOptions::preview()));
+    CompositionRenderer renderer(CompositionBuilder::build(plan({keep("a", 1.0, 9.0), keep("a", 15.0, 19.0)}),
+                                                           AudioFinishingOptions::preview()));
     // Program frame -> source frame, asked in a scrubbing order: far forward, back, across the cut.
-    const std::vector<std::pair<int, int>> cases{{300, 510}, {0, 30}, {239, 269}, {240, 450}, {90, 120},
-                                                 {359, 569}, {1, 31}, {238, 268}};
+    const std::vector<std::pair<int, int>> cases{{300, 510}, {0, 30},    {239, 269}, {240, 450},
+                                                 {90, 120},  {359, 569}, {1, 31},    {238, 268}};
     for (const auto& [program, expected] : cases)
-        EXPECT_EQ(counter(renderer.frame(renderer.frameTime(program))), expected) << "program frame " << program;
+        EXPECT_EQ(counter(renderer.frame(renderer.frameTime(program))), expected)
+            << "program frame " << program;
 }
 
 TEST_F(CompositionRendererMedia, speedChangesShowTheFramesOfTheScaledSourceTime) {
@@ -99,23 +104,31 @@ TEST_F(CompositionRendererMedia, speedChangesShowTheFramesOfTheScaledSourceTime)
         std::vector<std::pair<int, int>> programToSource;  // program frame -> source frame
     };
     const std::vector<Case> cases{
-        {2.0, {{0, 60}, {1, 62}, {15, 90}, {29, 118}}},      // 2..4 s in 1 s
-        {0.5, {{0, 60}, {1, 60}, {2, 61}, {119, 119}}},      // 2..4 s in 4 s
-        {1.00005, {{0, 60}, {59, 119}}},                     // too close to 1x to scale
+        {2.0, {{0, 60}, {1, 62}, {15, 90}, {29, 118}}},  // 2..4 s in 1 s
+        {0.5, {{0, 60}, {1, 60}, {2, 61}, {119, 119}}},  // 2..4 s in 4 s
+        {1.00005, {{0, 60}, {59, 119}}},                 // too close to 1x to scale
     };
     for (const auto& c : cases) {
-        CompositionRenderer renderer(CompositionBuilder::build(plan({keep("a", 2.0, 4.0, c.rate)}), AudioFinishingOptions::preview()));
+        CompositionRenderer renderer(
+            CompositionBuilder::build(plan({keep("a", 2.0, 4.0, c.rate)}), AudioFinishingOptions::preview()));
         for (const auto& [program, source] : c.programToSource)
-            EXPECT_EQ(counter(renderer.frame(renderer.frameTime(program))), source) << c.rate << "x frame " << program;
+            EXPECT_EQ(counter(renderer.frame(renderer.frameTime(program))), source)
+                << c.rate << "x frame " << program;
     }
 }
 
 TEST_F(CompositionRendererMedia, overlaysDrawInTheirSlotOverThePrimary) {
-    EditPlanOperation webcam{.type = "clip", .sourceID = "b", .start = secs(5.0), .end = secs(6.0),
-                             .timelineStart = secs(1.0), .trackID = "overlay", .slotID = "webcam"};
-    EditPlanOperation layout{.type = "layout", .sourceID = "layout", .start = secs(0.0), .end = secs(3.0), .label = "pip"};
-    CompositionRenderer renderer(
-        CompositionBuilder::build(plan({keep("a", 0.0, 3.0), webcam, layout}), AudioFinishingOptions::preview()));
+    EditPlanOperation webcam{.type = "clip",
+                             .sourceID = "b",
+                             .start = secs(5.0),
+                             .end = secs(6.0),
+                             .timelineStart = secs(1.0),
+                             .trackID = "overlay",
+                             .slotID = "webcam"};
+    EditPlanOperation layout{
+        .type = "layout", .sourceID = "layout", .start = secs(0.0), .end = secs(3.0), .label = "pip"};
+    CompositionRenderer renderer(CompositionBuilder::build(plan({keep("a", 0.0, 3.0), webcam, layout}),
+                                                           AudioFinishingOptions::preview()));
     ASSERT_TRUE(renderer.build().videoComposition.has_value());
     const RectD slot{0.66 * 320, 0.05 * 240, 0.3 * 320, 0.3 * 240};
     struct Case {
@@ -123,7 +136,8 @@ TEST_F(CompositionRendererMedia, overlaysDrawInTheirSlotOverThePrimary) {
         int primary;
         std::optional<int> overlay;
     };
-    for (const Case& c : std::vector<Case>{{0.5, 15, {}}, {1.0, 30, 150}, {1.5, 45, 165}, {59.0 / 30.0, 59, 179}, {2.0, 60, {}}}) {
+    for (const Case& c : std::vector<Case>{
+             {0.5, 15, {}}, {1.0, 30, 150}, {1.5, 45, 165}, {59.0 / 30.0, 59, 179}, {2.0, 60, {}}}) {
         const VideoFrame frame = renderer.frame(RationalTime{std::llround(c.time * 30), 30});
         if (c.overlay) {
             EXPECT_FALSE(frame.isPassthrough());
@@ -135,9 +149,15 @@ TEST_F(CompositionRendererMedia, overlaysDrawInTheirSlotOverThePrimary) {
 }
 
 TEST_F(CompositionRendererMedia, oneSourceAtTwoTimesInOneFrameShowsBoth) {
-    EditPlanOperation pip{.type = "clip", .sourceID = "a", .start = secs(10.0), .end = secs(12.0),
-                          .timelineStart = secs(0.0), .trackID = "overlay", .slotID = "webcam"};
-    CompositionRenderer renderer(CompositionBuilder::build(plan({keep("a", 0.0, 2.0), pip}), AudioFinishingOptions::preview()));
+    EditPlanOperation pip{.type = "clip",
+                          .sourceID = "a",
+                          .start = secs(10.0),
+                          .end = secs(12.0),
+                          .timelineStart = secs(0.0),
+                          .trackID = "overlay",
+                          .slotID = "webcam"};
+    CompositionRenderer renderer(
+        CompositionBuilder::build(plan({keep("a", 0.0, 2.0), pip}), AudioFinishingOptions::preview()));
     const RectD slot{0.66 * 320, 0.05 * 240, 0.3 * 320, 0.3 * 240};
     for (int i = 0; i < 60; i += 7) {
         const VideoFrame frame = renderer.frame(renderer.frameTime(i));
@@ -152,9 +172,14 @@ TEST_F(CompositionRendererMedia, oneSourceAtTwoTimesInOneFrameShowsBoth) {
 }
 
 TEST_F(CompositionRendererMedia, timeBeyondThePrimaryShowsThePlateAndOutsideTheProgramFailsThatFrame) {
-    EditPlanOperation music{.type = "clip", .sourceID = "b", .start = secs(0.0), .end = secs(3.0),
-                            .timelineStart = secs(0.0), .trackID = "audio"};
-    CompositionRenderer renderer(CompositionBuilder::build(plan({keep("a", 4.0, 5.0), music}), AudioFinishingOptions::preview()));
+    EditPlanOperation music{.type = "clip",
+                            .sourceID = "b",
+                            .start = secs(0.0),
+                            .end = secs(3.0),
+                            .timelineStart = secs(0.0),
+                            .trackID = "audio"};
+    CompositionRenderer renderer(
+        CompositionBuilder::build(plan({keep("a", 4.0, 5.0), music}), AudioFinishingOptions::preview()));
     EXPECT_EQ(renderer.duration().compare(at(3.0)), 0);
     EXPECT_EQ(counter(renderer.frame(at(0.5))), 135);
     const RGBAImage plate = renderer.frame(at(2.0)).toRGBA();
@@ -200,11 +225,12 @@ double frequency(std::span<const float> samples, int rate) {
 
 TEST_F(CompositionRendererMedia, cutsRampToSilenceSoNoSampleJumps) {
     // 0.37 s of the tone is cut out: without ramps the phase jumps at 1 s.
-    CompositionRenderer renderer(
-        CompositionBuilder::build(plan({keep("a", 0.0, 1.0), keep("a", 1.37, 2.37)}), AudioFinishingOptions::preview()));
+    CompositionRenderer renderer(CompositionBuilder::build(plan({keep("a", 0.0, 1.0), keep("a", 1.37, 2.37)}),
+                                                           AudioFinishingOptions::preview()));
     const PCMBuffer mix = renderer.renderAudio({.sampleRate = 48000});
     ASSERT_EQ(mix.samples.size(), 96000u);
-    // A 440 Hz sine at 0.5 steps at most 2π·440/48000·0.5 = 0.0288 a sample; a cut with no ramp steps up to 1.
+    // A 440 Hz sine at 0.5 steps at most 2π·440/48000·0.5 = 0.0288 a sample; a cut with no ramp steps up
+    // to 1.
     const double toneStep = 2.0 * std::numbers::pi * 440.0 / 48000.0 * 0.5;
     EXPECT_LT(largestStep(mix.samples), toneStep * 1.05);
     // Silent at the cut, whole between the ramps (3 frames of 1/30 s: 0.1 s).
@@ -216,7 +242,8 @@ TEST_F(CompositionRendererMedia, cutsRampToSilenceSoNoSampleJumps) {
 
 TEST_F(CompositionRendererMedia, speedChangesKeepThePitch) {
     for (const double rate : {2.0, 0.5}) {
-        CompositionRenderer renderer(CompositionBuilder::build(plan({keep("a", 2.0, 6.0, rate)}), AudioFinishingOptions::preview()));
+        CompositionRenderer renderer(
+            CompositionBuilder::build(plan({keep("a", 2.0, 6.0, rate)}), AudioFinishingOptions::preview()));
         const PCMBuffer mix = renderer.renderAudio({.sampleRate = 48000});
         ASSERT_EQ(mix.samples.size(), static_cast<std::size_t>(std::llround(4.0 / rate * 48000)));
         const auto middle = std::span(mix.samples).subspan(mix.samples.size() / 4, mix.samples.size() / 2);
@@ -226,17 +253,22 @@ TEST_F(CompositionRendererMedia, speedChangesKeepThePitch) {
 }
 
 TEST_F(CompositionRendererMedia, musicDucksUnderSpeechAndOverlaysMixAtTheirLevel) {
-    EditPlanOperation music{.type = "clip", .sourceID = "b", .start = secs(0.0), .end = secs(4.0),
-                            .timelineStart = secs(0.0), .trackID = "audio", .audioGain = 0.5};
+    EditPlanOperation music{.type = "clip",
+                            .sourceID = "b",
+                            .start = secs(0.0),
+                            .end = secs(4.0),
+                            .timelineStart = secs(0.0),
+                            .trackID = "audio",
+                            .audioGain = 0.5};
     auto options = AudioFinishingOptions::preview();
     options.speechSpans = {{at(1.0), at(2.0)}};
     CompositionRenderer renderer(CompositionBuilder::build(plan({music}), options));
     const PCMBuffer mix = renderer.renderAudio({.sampleRate = 48000});
     ASSERT_EQ(mix.samples.size(), 4u * 48000u);
     const double full = 0.5 * 0.5 / std::sqrt(2.0);
-    EXPECT_NEAR(rms(std::span(mix.samples).subspan(12000, 24000)), full, 0.01);            // 0.25–0.75 s
-    EXPECT_NEAR(rms(std::span(mix.samples).subspan(60000, 24000)), full * 0.25, 0.005);    // 1.25–1.75 s
-    EXPECT_NEAR(rms(std::span(mix.samples).subspan(120000, 24000)), full, 0.01);           // 2.5–3 s
+    EXPECT_NEAR(rms(std::span(mix.samples).subspan(12000, 24000)), full, 0.01);          // 0.25–0.75 s
+    EXPECT_NEAR(rms(std::span(mix.samples).subspan(60000, 24000)), full * 0.25, 0.005);  // 1.25–1.75 s
+    EXPECT_NEAR(rms(std::span(mix.samples).subspan(120000, 24000)), full, 0.01);         // 2.5–3 s
     EXPECT_NEAR(frequency(std::span(mix.samples).subspan(12000, 24000), 48000), 660.0, 3.0);
 }
 

@@ -25,7 +25,8 @@ std::vector<Piece> pieces(const CompositionTrack& track) {
     return out;
 }
 
-void expectPieces(const CompositionTrack& track, const std::vector<Piece>& expected, const std::string& label) {
+void expectPieces(const CompositionTrack& track, const std::vector<Piece>& expected,
+                  const std::string& label) {
     const auto actual = pieces(track);
     ASSERT_EQ(actual.size(), expected.size()) << label;
     for (std::size_t i = 0; i < actual.size(); ++i) {
@@ -67,7 +68,9 @@ TEST(CompositionTrack, insertsAtTheEndPastItWithAGapAndInsidePushingTheRestLater
          },
          {{media, 10, 11, 0, 1}, {media, 20, 21, 1, 2}, {media, 11, 13, 2, 4}}},
         {"nothing for an empty range",
-         [&](CompositionTrack& t) { t.insertTimeRange({s(4), s(4)}, src, s(0)); },
+         [&](CompositionTrack& t) {
+             t.insertTimeRange({s(4), s(4)}, src, s(0));
+         },
          {}},
         {"scaled to twice its length, what follows moved",
          [&](CompositionTrack& t) {
@@ -100,7 +103,8 @@ TEST(CompositionTrack, mapsProgramTimeToSourceTimeThroughItsSpeed) {
         double time;
         std::optional<double> source;
     };
-    for (const Case& c : std::vector<Case>{{0.0, 10.0}, {2.999, 12.999}, {3.0, 1001.0 / 30000}, {4.0, 2.5167}, {5.5, {}}, {-1.0, {}}}) {
+    for (const Case& c : std::vector<Case>{
+             {0.0, 10.0}, {2.999, 12.999}, {3.0, 1001.0 / 30000}, {4.0, 2.5167}, {5.5, {}}, {-1.0, {}}}) {
         const CompositionSegment* segment = track.segment(s(c.time));
         if (!c.source) {
             EXPECT_EQ(segment, nullptr) << c.time;

@@ -56,7 +56,8 @@ void expectMatchesGolden(const RGBAImage& image, const std::string& name) {
     std::size_t off = 0;
     for (std::size_t i = 0; i < image.pixels.size(); i += 4) {
         for (int k = 0; k < 3; ++k) {
-            const int d = std::abs(image.pixels[i + static_cast<std::size_t>(k)] - golden.pixels[i + static_cast<std::size_t>(k)]);
+            const int d = std::abs(image.pixels[i + static_cast<std::size_t>(k)] -
+                                   golden.pixels[i + static_cast<std::size_t>(k)]);
             total += d;
             if (d > 12) ++off;
         }
@@ -80,34 +81,36 @@ TEST(FrameStyleRenderer, drawsTheFramedLooksAsTheirGoldens) {
         std::optional<ClipPresentationStyle> style;
         double slotCorner;
     };
-    auto edgeToEdge = ClipPresentationStyle{.cornerRadius = 0.04, .background = ClipBackgroundFill::solid({1.0, 0.5, 0.0, 1.0})};
+    auto edgeToEdge = ClipPresentationStyle{.cornerRadius = 0.04,
+                                            .background = ClipBackgroundFill::solid({1.0, 0.5, 0.0, 1.0})};
     auto square = smallFramed();
     square.outputAspectWidth = 1.0;
     square.outputAspectHeight = 1.0;
     auto blurred = smallFramed();
     blurred.background = ClipBackgroundFill::blurSource();
     const std::vector<Case> cases{
-        {"framed_gradient_shadow", smallFramed(), 0.0},
-        {"rounded_edge_to_edge", edgeToEdge, 0.0},
-        {"framed_square_aspect", square, 0.0},
-        {"framed_blurred_source", blurred, 0.0},
+        {"framed_gradient_shadow", smallFramed(), 0.0}, {"rounded_edge_to_edge", edgeToEdge, 0.0},
+        {"framed_square_aspect", square, 0.0},          {"framed_blurred_source", blurred, 0.0},
         {"plain_slot_corner", std::nullopt, 0.1},
     };
     const RGBAImage picture = testPicture();
     for (const auto& c : cases) {
         FrameStyleRenderer renderer;
         RGBAImage canvas = RGBAImage::filled(kCanvas);
-        static_cast<void>(renderer.apply(canvas, picture, filling(), std::nullopt, c.style, c.slotCorner, 1.0f, nullptr));
+        static_cast<void>(
+            renderer.apply(canvas, picture, filling(), std::nullopt, c.style, c.slotCorner, 1.0f, nullptr));
         expectMatchesGolden(canvas, c.name);
         // Drawn again from the kept backdrop, the frame is the same.
         RGBAImage again = RGBAImage::filled(kCanvas);
-        static_cast<void>(renderer.apply(again, picture, filling(), std::nullopt, c.style, c.slotCorner, 1.0f, nullptr));
+        static_cast<void>(
+            renderer.apply(again, picture, filling(), std::nullopt, c.style, c.slotCorner, 1.0f, nullptr));
         EXPECT_EQ(again, canvas) << c.name;
     }
 }
 
 TEST(FrameStyleRenderer, placesThePictureInThePaddedRectangleAndRoundsItsCorners) {
-    const auto g = FrameStyleRenderer::geometry(ClipPresentationStyle::demoDefault(), {0, 0, 1920, 1080}, {1920, 1080});
+    const auto g =
+        FrameStyleRenderer::geometry(ClipPresentationStyle::demoDefault(), {0, 0, 1920, 1080}, {1920, 1080});
     // Padding 0.08 of 1080 on each side; the 16:9 picture fits the wider rectangle by its height, centred.
     EXPECT_NEAR(g.inner.x, 86.4, 1e-9);
     EXPECT_NEAR(g.inner.width, 1920 - 2 * 86.4, 1e-9);
@@ -124,7 +127,8 @@ TEST(FrameStyleRenderer, placesThePictureInThePaddedRectangleAndRoundsItsCorners
 
 TEST(FrameStyleRenderer, blurredSourceWithNoFrameShowsThePlainColour) {
     RGBAImage out;
-    FrameStyleRenderer::backgroundImage(out, {.background = ClipBackgroundFill::blurSource()}, {8, 4}, nullptr, nullptr);
+    FrameStyleRenderer::backgroundImage(out, {.background = ClipBackgroundFill::blurSource()}, {8, 4},
+                                        nullptr, nullptr);
     const RGBA8 fallback = RGBA8::fromStraight(0.08, 0.09, 0.12, 1.0);
     EXPECT_EQ(out, RGBAImage::filled({8, 4}, fallback));
     FrameStyleRenderer::backgroundImage(out, {}, {8, 4}, nullptr, nullptr);
@@ -132,36 +136,45 @@ TEST(FrameStyleRenderer, blurredSourceWithNoFrameShowsThePlainColour) {
 }
 
 TEST(CursorLayerRenderer, drawsThePointerWhereTheTrackSaysThroughThePicturesPlacement) {
-    auto track = std::make_shared<const CursorTrack>(CursorTrack{
-        .samples = {{0.0, 0.25, 0.25, {}}, {1.0, 0.5, 0.5, {}}, {2.0, 0.5, 0.5, {1}}}, .captureWidth = 160, .captureHeight = 90});
+    auto track = std::make_shared<const CursorTrack>(
+        CursorTrack{.samples = {{0.0, 0.25, 0.25, {}}, {1.0, 0.5, 0.5, {}}, {2.0, 0.5, 0.5, {1}}},
+                    .captureWidth = 160,
+                    .captureHeight = 90});
     CursorLayerRenderer renderer;
     RGBAImage canvas = RGBAImage::filled(kCanvas, {40, 40, 40, 255});
-    renderer.overlay(canvas, track, CursorStyle{.sway = 0.0},
-                     {.compositionTime = RationalTime{1, 1}, .plateTransform = filling(), .sourceSize = {160, 90}});
+    renderer.overlay(
+        canvas, track, CursorStyle{.sway = 0.0},
+        {.compositionTime = RationalTime{1, 1}, .plateTransform = filling(), .sourceSize = {160, 90}});
     expectMatchesGolden(canvas, "pointer");
     // Hidden, or before a track with no samples: nothing drawn.
     RGBAImage untouched = RGBAImage::filled(kCanvas, {40, 40, 40, 255});
     RGBAImage hidden = untouched;
-    renderer.overlay(hidden, track, CursorStyle{.isVisible = false}, {.plateTransform = filling(), .sourceSize = {160, 90}});
+    renderer.overlay(hidden, track, CursorStyle{.isVisible = false},
+                     {.plateTransform = filling(), .sourceSize = {160, 90}});
     renderer.overlay(hidden, std::make_shared<const CursorTrack>(), CursorStyle{}, {.sourceSize = {160, 90}});
     EXPECT_EQ(hidden, untouched);
 }
 
 TEST(CursorLayerRenderer, timesThePointerInItsRecordingAndEasesClicks) {
-    const CursorTrack track{.samples = {{0.0, 0, 0, {}}, {1.0, 0, 0, {1}}, {1.5, 0, 0, {1}}, {2.0, 0, 0, {}}, {4.0, 0, 0, {}}}};
+    const CursorTrack track{
+        .samples = {{0.0, 0, 0, {}}, {1.0, 0, 0, {1}}, {1.5, 0, 0, {1}}, {2.0, 0, 0, {}}, {4.0, 0, 0, {}}}};
     struct Case {
         double time;
         double rate;
         bool loop;
         double seconds;
     };
-    for (const Case& c : std::vector<Case>{{12.0, 1.0, false, 5.0}, {12.0, 2.0, false, 7.0}, {12.0, 0.0, false, 3.02},
-                                           {12.0, 1.0, true, 1.0}, {9.0, 1.0, true, 2.0}}) {
+    for (const Case& c : std::vector<Case>{{12.0, 1.0, false, 5.0},
+                                           {12.0, 2.0, false, 7.0},
+                                           {12.0, 0.0, false, 3.02},
+                                           {12.0, 1.0, true, 1.0},
+                                           {9.0, 1.0, true, 2.0}}) {
         const CursorPlacement placement{.compositionTime = RationalTime::fromSeconds(c.time, 600),
                                         .clipTimelineStart = RationalTime{10, 1},
                                         .clipSourceStart = 3.0,
                                         .playbackRate = c.rate};
-        EXPECT_NEAR(CursorLayerRenderer::pointerSeconds(track, {.loopMode = c.loop}, placement), c.seconds, 1e-9)
+        EXPECT_NEAR(CursorLayerRenderer::pointerSeconds(track, {.loopMode = c.loop}, placement), c.seconds,
+                    1e-9)
             << c.time << " at " << c.rate << (c.loop ? " looped" : "");
     }
     for (const auto& [time, press] : std::vector<std::pair<double, double>>{

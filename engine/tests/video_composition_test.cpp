@@ -20,7 +20,8 @@ TEST(MorvaneCompositorLayer, easesItsPlacementAcrossTheRangeBySmoothstep) {
         double time;
         double factor;
     };
-    for (const Case& c : std::vector<Case>{{10, 0.0}, {11, 0.15625}, {12, 0.5}, {14, 1.0}, {20, 1.0}, {5, 0.0}}) {
+    for (const Case& c :
+         std::vector<Case>{{10, 0.0}, {11, 0.15625}, {12, 0.5}, {14, 1.0}, {20, 1.0}, {5, 0.0}}) {
         const AffineTransform t = layer.transform(s(c.time), range);
         EXPECT_NEAR(t.tx, 100 * c.factor, 1e-9) << c.time;
         EXPECT_NEAR(t.a, 1 + 2 * c.factor, 1e-9) << c.time;
@@ -75,15 +76,18 @@ TEST(VideoCompositionBuilder, cutsTheProgramWhereAnythingChangesAndPassesPlainRa
         std::size_t layers;
         bool passthrough;
     };
-    const std::vector<Expected> expected{{0, 2, 1, true},  {2, 3, 1, false},   {3, 4, 1, true},   {4, 9, 2, false},
-                                         {9, 10.5, 1, true}, {10.5, 11, 1, false}, {11, 11.5, 1, false}, {11.5, 12, 1, true}};
+    const std::vector<Expected> expected{{0, 2, 1, true},      {2, 3, 1, false},   {3, 4, 1, true},
+                                         {4, 9, 2, false},     {9, 10.5, 1, true}, {10.5, 11, 1, false},
+                                         {11, 11.5, 1, false}, {11.5, 12, 1, true}};
     ASSERT_EQ(instructions.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
         const auto& in = instructions[i];
         EXPECT_NEAR(in.timeRange.start.seconds(), expected[i].start, 1e-9) << i;
         EXPECT_NEAR(in.timeRange.end.seconds(), expected[i].end, 1e-9) << i;
         EXPECT_EQ(in.layers.size(), expected[i].layers) << i;
-        EXPECT_EQ(in.passthroughTrackID != MorvaneCompositionInstruction::invalidTrackID, expected[i].passthrough) << i;
+        EXPECT_EQ(in.passthroughTrackID != MorvaneCompositionInstruction::invalidTrackID,
+                  expected[i].passthrough)
+            << i;
     }
     // The zoom doubles the picture about the source's centre.
     const auto& zoom = instructions[1].layers[0].transformStart;
@@ -108,7 +112,8 @@ TEST(VideoCompositionBuilder, needsScalingOnlyForSourcesOfAnotherSizeOnceUpright
     EXPECT_FALSE(VideoCompositionBuilder::sourcesNeedScaling(f.primary, f.overlays, {1280, 720}));
     EXPECT_TRUE(VideoCompositionBuilder::sourcesNeedScaling(f.primary, f.overlays, {1920, 1080}));
     // A portrait phone recording stored 1280 x 720 and turned a quarter shows 720 x 1280.
-    f.primary.preferredTransforms["talk"] = AffineTransform::rotation(std::numbers::pi / 2).concatenating(AffineTransform::translation(720, 0));
+    f.primary.preferredTransforms["talk"] =
+        AffineTransform::rotation(std::numbers::pi / 2).concatenating(AffineTransform::translation(720, 0));
     EXPECT_FALSE(VideoCompositionBuilder::sourcesNeedScaling(f.primary, f.overlays, {720, 1280}));
 }
 

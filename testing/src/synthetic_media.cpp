@@ -4,10 +4,10 @@
 #include <cmath>
 #include <cstdint>
 #include <fstream>
-#include <string>
 #include <numbers>
 #include <random>
 #include <stdexcept>
+#include <string>
 
 #include "morvane/testing/process.hpp"
 
@@ -175,19 +175,24 @@ std::filesystem::path makeCounterMovie(const std::filesystem::path& output, doub
                     v[py * (w / 2) + px] = c[2];
                 }
             }
-            out.write(reinterpret_cast<const char*>(picture.data()), static_cast<std::streamsize>(picture.size()));
+            out.write(reinterpret_cast<const char*>(picture.data()),
+                      static_cast<std::streamsize>(picture.size()));
         }
     }
-    std::vector<std::string> args{"-f", "rawvideo", "-pix_fmt", "yuv420p", "-s", std::to_string(w) + "x" + std::to_string(h),
-                                  "-r", std::to_string(options.framesPerSecond), "-i", raw.string()};
+    std::vector<std::string> args{"-f",       "rawvideo",
+                                  "-pix_fmt", "yuv420p",
+                                  "-s",       std::to_string(w) + "x" + std::to_string(h),
+                                  "-r",       std::to_string(options.framesPerSecond),
+                                  "-i",       raw.string()};
     std::filesystem::path wav;
     if (options.toneHz) {
         wav = output.string() + ".wav";
         writeWav(wav, tone(*options.toneHz, 0.5, seconds, 48000), 1, 48000, WavEncoding::pcm16);
         args.insert(args.end(), {"-i", wav.string(), "-c:a", "pcm_s16le"});
     }
-    args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-qp", "8", "-bf", "2", "-g",
-                             std::to_string(options.keyFrameInterval), "-pix_fmt", "yuv420p", output.string()});
+    args.insert(args.end(),
+                {"-c:v", "libx264", "-preset", "ultrafast", "-qp", "8", "-bf", "2", "-g",
+                 std::to_string(options.keyFrameInterval), "-pix_fmt", "yuv420p", output.string()});
     runFfmpeg(args);
     std::filesystem::remove(raw);
     if (!wav.empty()) std::filesystem::remove(wav);

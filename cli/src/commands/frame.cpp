@@ -25,12 +25,13 @@ void addFrameVerb(CLI::App& app, RunState& /*state*/) {
         CompositionRenderer renderer(CompositionBuilder::build(plan, AudioFinishingOptions::preview()));
         // The frame that is on screen at that time: the one that starts at or before it.
         const FrameRate rate{renderer.build().frameDuration};
-        const std::int64_t index = rate.frameIndex(RationalTime::fromSeconds(options->at, RationalTime::workingTimescale));
+        const std::int64_t index =
+            rate.frameIndex(RationalTime::fromSeconds(options->at, RationalTime::workingTimescale));
         const RationalTime time = rate.timeForFrame(index);
         const RGBAImage picture = renderer.frame(time).toRGBA();
         writePNG(picture, options->output);
-        fmt::print("Wrote {}: {}x{}, frame {} at {:.3f} s\n", options->output, picture.width, picture.height, index,
-                   time.seconds());
+        fmt::print("Wrote {}: {}x{}, frame {} at {:.3f} s\n", options->output, picture.width, picture.height,
+                   index, time.seconds());
     });
 }
 

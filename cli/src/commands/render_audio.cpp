@@ -19,7 +19,8 @@ void addRenderAudioVerb(CLI::App& app, RunState& /*state*/) {
         std::string loudness = "none";
     };
     auto options = std::make_shared<Options>();
-    auto* verb = app.add_subcommand("render-audio", "Render the mixed program audio of a plan to a WAV (mono, 32-bit float)");
+    auto* verb = app.add_subcommand("render-audio",
+                                    "Render the mixed program audio of a plan to a WAV (mono, 32-bit float)");
     verb->add_option("plan", options->plan, "The plan (JSON)")->required();
     verb->add_option("-o,--output", options->output, "The WAV to write")->required();
     verb->add_option("--rate", options->rate, "Sample rate in Hz")->check(CLI::Range(8000, 192000));

@@ -10,14 +10,16 @@ void AudioMixInputParameters::setVolume(float volume, RationalTime time) {
 
 void AudioMixInputParameters::setVolumeRamp(float startVolume, float endVolume, TimeSpan timeRange) {
     // After every change that starts no later, so that of two at one time the later one wins.
-    const auto at = std::upper_bound(volumeRamps.begin(), volumeRamps.end(), timeRange.start,
-                                     [](RationalTime t, const AudioVolumeRamp& r) { return t < r.timeRange.start; });
+    const auto at =
+        std::upper_bound(volumeRamps.begin(), volumeRamps.end(), timeRange.start,
+                         [](RationalTime t, const AudioVolumeRamp& r) { return t < r.timeRange.start; });
     volumeRamps.insert(at, {startVolume, endVolume, timeRange});
 }
 
 float AudioMixInputParameters::volume(double seconds) const noexcept {
-    const auto after = std::upper_bound(volumeRamps.begin(), volumeRamps.end(), seconds,
-                                        [](double t, const AudioVolumeRamp& r) { return t < r.timeRange.start.seconds(); });
+    const auto after =
+        std::upper_bound(volumeRamps.begin(), volumeRamps.end(), seconds,
+                         [](double t, const AudioVolumeRamp& r) { return t < r.timeRange.start.seconds(); });
     if (after == volumeRamps.begin()) return 1.0f;
     const AudioVolumeRamp& ramp = *(after - 1);
     const double start = ramp.timeRange.start.seconds();

@@ -14,8 +14,9 @@ RationalTime at(double seconds) {
 
 std::vector<ProgramClip> sortedByStart(std::span<const ProgramClip> clips) {
     std::vector<ProgramClip> sorted(clips.begin(), clips.end());
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const ProgramClip& a, const ProgramClip& b) { return a.timelineStart < b.timelineStart; });
+    std::stable_sort(sorted.begin(), sorted.end(), [](const ProgramClip& a, const ProgramClip& b) {
+        return a.timelineStart < b.timelineStart;
+    });
     return sorted;
 }
 
@@ -67,7 +68,8 @@ float clipLevel(const ProgramClip& clip) noexcept {
 
 std::vector<TimeSpan> mergedSpeechSpans(std::vector<TimeSpan> spans) {
     std::erase_if(spans, [](const TimeSpan& s) { return !(s.start < s.end); });
-    std::stable_sort(spans.begin(), spans.end(), [](const TimeSpan& a, const TimeSpan& b) { return a.start < b.start; });
+    std::stable_sort(spans.begin(), spans.end(),
+                     [](const TimeSpan& a, const TimeSpan& b) { return a.start < b.start; });
     std::vector<TimeSpan> merged;
     for (const auto& span : spans) {
         if (!merged.empty() && span.start <= merged.back().end) {
@@ -79,8 +81,8 @@ std::vector<TimeSpan> mergedSpeechSpans(std::vector<TimeSpan> spans) {
     return merged;
 }
 
-void applyPrimaryEnvelope(AudioMixInputParameters& p, std::span<const ProgramClip> clips, RationalTime frameDuration,
-                          const AudioFinishingOptions& options) {
+void applyPrimaryEnvelope(AudioMixInputParameters& p, std::span<const ProgramClip> clips,
+                          RationalTime frameDuration, const AudioFinishingOptions& options) {
     const auto sorted = sortedByStart(clips);
     const double rampLength = std::max(options.crossfadeFrames, 0) * std::max(frameDuration.seconds(), 0.0);
     const auto level = [&](const ProgramClip& c) { return clipLevel(c) * options.primaryLoudnessGain; };
@@ -106,7 +108,8 @@ void applyOverlayEnvelope(AudioMixInputParameters& p, std::span<const ProgramCli
         edgeEnvelope(p, programRange(clip), clipLevel(clip), edgeRampSeconds);
 }
 
-void applyMusicEnvelope(AudioMixInputParameters& p, const ProgramClip& clip, const AudioFinishingOptions& options) {
+void applyMusicEnvelope(AudioMixInputParameters& p, const ProgramClip& clip,
+                        const AudioFinishingOptions& options) {
     const ProgramRange r = programRange(clip);
     if (r.end - r.start < kNone) return;
     const float level = clipLevel(clip);
@@ -135,10 +138,13 @@ void applyMusicEnvelope(AudioMixInputParameters& p, const ProgramClip& clip, con
     rampTo(p, 0.0f, r.end - edge, r.end);
 }
 
-std::optional<AudioMix> build(std::span<const ProgramClip> primaryClips, std::optional<std::int32_t> primaryTrack,
-                              std::span<const ProgramClip> overlayClips, std::optional<std::int32_t> overlayTrack,
-                              std::span<const ProgramClip> musicClips, std::span<const std::int32_t> musicTracks,
-                              RationalTime frameDuration, const AudioFinishingOptions& options) {
+std::optional<AudioMix> build(std::span<const ProgramClip> primaryClips,
+                              std::optional<std::int32_t> primaryTrack,
+                              std::span<const ProgramClip> overlayClips,
+                              std::optional<std::int32_t> overlayTrack,
+                              std::span<const ProgramClip> musicClips,
+                              std::span<const std::int32_t> musicTracks, RationalTime frameDuration,
+                              const AudioFinishingOptions& options) {
     AudioMix mix;
     if (!primaryClips.empty() && primaryTrack) {
         AudioMixInputParameters p{.trackID = *primaryTrack};

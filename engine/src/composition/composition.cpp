@@ -25,8 +25,9 @@ RationalTime CompositionTrack::duration() const noexcept {
 
 const CompositionSegment* CompositionTrack::segment(RationalTime time) const noexcept {
     // The last segment that starts at or before `time`.
-    auto it = std::upper_bound(segments.begin(), segments.end(), time,
-                               [](RationalTime t, const CompositionSegment& s) { return t < s.target.start; });
+    auto it =
+        std::upper_bound(segments.begin(), segments.end(), time,
+                         [](RationalTime t, const CompositionSegment& s) { return t < s.target.start; });
     if (it == segments.begin()) return nullptr;
     --it;
     return time < it->target.end ? &*it : nullptr;
@@ -51,12 +52,14 @@ void CompositionTrack::splitAt(RationalTime time) {
     }
 }
 
-void CompositionTrack::insertTimeRange(TimeSpan sourceRange, const CompositionSource& source, RationalTime at) {
+void CompositionTrack::insertTimeRange(TimeSpan sourceRange, const CompositionSource& source,
+                                       RationalTime at) {
     const RationalTime length = sourceRange.duration();
     if (length <= RationalTime::zero) return;
     const RationalTime end = duration();
     if (at >= end) {
-        if (at > end) segments.push_back({CompositionSource{}, {RationalTime::zero, at.subtracting(end)}, {end, at}});
+        if (at > end)
+            segments.push_back({CompositionSource{}, {RationalTime::zero, at.subtracting(end)}, {end, at}});
         segments.push_back({source, sourceRange, {at, at.adding(length)}});
         return;
     }
@@ -96,7 +99,8 @@ void CompositionTrack::scaleTimeRange(TimeSpan range, RationalTime duration) {
     }
 }
 
-std::int32_t Composition::addMutableTrack(CompositionMediaType mediaType, std::optional<std::int32_t> preferredTrackID) {
+std::int32_t Composition::addMutableTrack(CompositionMediaType mediaType,
+                                          std::optional<std::int32_t> preferredTrackID) {
     std::int32_t id = preferredTrackID.value_or(0);
     if (id < 1 || track(id) != nullptr) {
         id = 1;

@@ -21,8 +21,8 @@
 namespace morvane::engine::CompositionBuilder {
 namespace {
 
-constexpr double kLaneSlackSeconds = 0.001;     // a clip may start this much before its lane ends
-constexpr double kStillScaleSeconds = 0.05;     // a still this close to its target length is not stretched
+constexpr double kLaneSlackSeconds = 0.001;  // a clip may start this much before its lane ends
+constexpr double kStillScaleSeconds = 0.05;  // a still this close to its target length is not stretched
 
 double programSeconds(const ProgramClip& clip) {
     const double source = clip.sourceDuration().seconds();
@@ -94,7 +94,8 @@ struct Placer {
         if (limit > RationalTime::zero) end = std::min(end, limit);
         if (!(clip.start < end)) return;
         CompositionTrack& track = *composition.mutableTrack(trackID);
-        track.insertTimeRange({clip.start, end}, CompositionSource::media(source.path, clip.sourceID), clip.timelineStart);
+        track.insertTimeRange({clip.start, end}, CompositionSource::media(source.path, clip.sourceID),
+                              clip.timelineStart);
         if (ClipSpeed::needsScale(clip.playbackRate)) {
             const RationalTime length = end.subtracting(clip.start);
             track.scaleTimeRange({clip.timelineStart, clip.timelineStart.adding(length)},
@@ -109,12 +110,13 @@ struct Placer {
     }
 
     // The video and audio of a clip on a video track and its audio partner; false when nothing was placed.
-    bool insertMediaClip(const ProgramClip& clip, std::int32_t videoTrack, std::optional<std::int32_t>& audioTrack,
-                         bool& didSetTransform) {
+    bool insertMediaClip(const ProgramClip& clip, std::int32_t videoTrack,
+                         std::optional<std::int32_t>& audioTrack, bool& didSetTransform) {
         const CompositionSourceInfo& source = info(clip);
         if (source.isStill) {
-            insertStillVideoAsset(*composition.mutableTrack(videoTrack), CompositionSource::still(source.path, clip.sourceID),
-                                  clip.timelineStart, clip.duration(), clip.duration());
+            insertStillVideoAsset(*composition.mutableTrack(videoTrack),
+                                  CompositionSource::still(source.path, clip.sourceID), clip.timelineStart,
+                                  clip.duration(), clip.duration());
             return true;
         }
         if (source.hasVideo) {
@@ -133,8 +135,9 @@ struct Placer {
     }
 };
 
-VideoCompositionBuilder::TrackContext trackContext(std::int32_t track, std::vector<ProgramClip> clips,
-                                                   const std::map<std::string, CompositionSourceInfo>& infos) {
+VideoCompositionBuilder::TrackContext trackContext(
+    std::int32_t track, std::vector<ProgramClip> clips,
+    const std::map<std::string, CompositionSourceInfo>& infos) {
     VideoCompositionBuilder::TrackContext context{.track = track, .clips = std::move(clips)};
     for (const auto& clip : context.clips) {
         const auto& info = infos.at(clip.sourceID);
@@ -159,7 +162,8 @@ std::string resolvedURL(const EditPlanSource& source, const std::map<std::string
 const EditPlanSource& requiredSource(const ProgramClip& clip,
                                      const std::map<std::string, const EditPlanSource*>& sourcesByID) {
     const auto it = sourcesByID.find(clip.sourceID);
-    if (it == sourcesByID.end()) throw EngineError::decodeFailed("Clip references missing source " + clip.sourceID);
+    if (it == sourcesByID.end())
+        throw EngineError::decodeFailed("Clip references missing source " + clip.sourceID);
     return *it->second;
 }
 
@@ -167,8 +171,8 @@ bool isImageFile(const std::string& path) {
     std::string extension = std::filesystem::path(path).extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    static const std::set<std::string> images{".png", ".jpg", ".jpeg", ".heic", ".heif", ".tif",
-                                              ".tiff", ".bmp", ".webp", ".gif"};
+    static const std::set<std::string> images{".png", ".jpg",  ".jpeg", ".heic", ".heif",
+                                              ".tif", ".tiff", ".bmp",  ".webp", ".gif"};
     return images.contains(extension);
 }
 
@@ -189,8 +193,9 @@ std::vector<ProgramClip> overlayVideoClips(std::span<const ProgramClip> clips,
 
 std::vector<std::vector<ProgramClip>> packNonOverlappingLanes(std::span<const ProgramClip> clips) {
     std::vector<ProgramClip> sorted(clips.begin(), clips.end());
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const ProgramClip& a, const ProgramClip& b) { return a.timelineStart < b.timelineStart; });
+    std::stable_sort(sorted.begin(), sorted.end(), [](const ProgramClip& a, const ProgramClip& b) {
+        return a.timelineStart < b.timelineStart;
+    });
     std::vector<std::vector<ProgramClip>> lanes;
     std::vector<double> laneEnds;
     for (auto& clip : sorted) {
@@ -259,7 +264,8 @@ CompositionBuildResult build(const EditPlan& plan, const AudioFinishingOptions& 
         if (clip.trackID == "audio") audio.push_back(clip);
         if (clip.trackID == "captions" && isText) textClips.push_back(clip);
     }
-    const auto overlays = overlayVideoClips(clips, sourcesByID, buildOptions.includeImageOverlaysInComposition);
+    const auto overlays =
+        overlayVideoClips(clips, sourcesByID, buildOptions.includeImageOverlaysInComposition);
     if (primary.empty() && overlays.empty() && audio.empty())
         throw EngineError::decodeFailed("Edit plan has no timeline clips");
 
@@ -289,10 +295,11 @@ CompositionBuildResult build(const EditPlan& plan, const AudioFinishingOptions& 
     auxiliary.insert(auxiliary.end(), overlays.begin(), overlays.end());
     const double auxiliaryEnd = auxiliaryTimelineDuration(auxiliary);
     const RationalTime primaryEnd = composition.track(primaryVideo)->duration();
-    if (auxiliaryEnd - primaryEnd.seconds() > shortestPlateSeconds || (primary.empty() && auxiliaryEnd > 0.0)) {
+    if (auxiliaryEnd - primaryEnd.seconds() > shortestPlateSeconds ||
+        (primary.empty() && auxiliaryEnd > 0.0)) {
         const RationalTime length = secondsTime(auxiliaryEnd).subtracting(primaryEnd);
-        insertStillVideoAsset(*composition.mutableTrack(primaryVideo), CompositionSource::solidColor(plateColor),
-                              primaryEnd, length, length);
+        insertStillVideoAsset(*composition.mutableTrack(primaryVideo),
+                              CompositionSource::solidColor(plateColor), primaryEnd, length, length);
     }
 
     std::vector<VideoCompositionBuilder::TrackContext> overlayContexts;
@@ -325,10 +332,12 @@ CompositionBuildResult build(const EditPlan& plan, const AudioFinishingOptions& 
     throwIfStopRequested(stop);
 
     AudioFinishingOptions finishing = options;
-    if (options.loudnessTarget != LoudnessTarget::none && !primary.empty() && infos.at(primary.front().sourceID).hasAudio) {
-        const auto measured = LoudnessAnalyzer::analyze(infos.at(primary.front().sourceID).path, options.loudnessTarget,
-                                                        std::nullopt, stop);
-        if (measured) finishing.primaryLoudnessGain *= static_cast<float>(std::pow(10.0, measured->gainDB / 20.0));
+    if (options.loudnessTarget != LoudnessTarget::none && !primary.empty() &&
+        infos.at(primary.front().sourceID).hasAudio) {
+        const auto measured = LoudnessAnalyzer::analyze(infos.at(primary.front().sourceID).path,
+                                                        options.loudnessTarget, std::nullopt, stop);
+        if (measured)
+            finishing.primaryLoudnessGain *= static_cast<float>(std::pow(10.0, measured->gainDB / 20.0));
     }
     AudioMix mix;
     if (primaryAudio) {
@@ -349,8 +358,9 @@ CompositionBuildResult build(const EditPlan& plan, const AudioFinishingOptions& 
     }
     if (!mix.inputParameters.empty()) result.audioMix = std::move(mix);
 
-    result.videoComposition = VideoCompositionBuilder::build(plan, composition, trackContext(primaryVideo, primary, infos),
-                                                             overlayContexts, textClips, buildOptions.includeTextAnimation);
+    result.videoComposition =
+        VideoCompositionBuilder::build(plan, composition, trackContext(primaryVideo, primary, infos),
+                                       overlayContexts, textClips, buildOptions.includeTextAnimation);
     return result;
 }
 

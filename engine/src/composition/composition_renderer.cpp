@@ -22,7 +22,8 @@ constexpr std::size_t kStretchBlock = 4096;
 
 // Stretches `input` to exactly `outputCount` samples keeping its pitch (Rubber Band's phase vocoder, in
 // its streaming mode so a long clip is never held twice).
-void stretchKeepingPitch(std::span<const float> input, std::size_t outputCount, int sampleRate, std::vector<float>& out) {
+void stretchKeepingPitch(std::span<const float> input, std::size_t outputCount, int sampleRate,
+                         std::vector<float>& out) {
     out.clear();
     if (input.empty() || outputCount == 0) {
         out.assign(outputCount, 0.0f);
@@ -30,7 +31,8 @@ void stretchKeepingPitch(std::span<const float> input, std::size_t outputCount, 
     }
     using RubberBand::RubberBandStretcher;
     RubberBandStretcher stretcher(static_cast<std::size_t>(sampleRate), 1,
-                                  RubberBandStretcher::OptionProcessRealTime | RubberBandStretcher::OptionThreadingNever |
+                                  RubberBandStretcher::OptionProcessRealTime |
+                                      RubberBandStretcher::OptionThreadingNever |
                                       RubberBandStretcher::OptionEngineFaster,
                                   static_cast<double>(outputCount) / static_cast<double>(input.size()));
     stretcher.setMaxProcessSize(kStretchBlock);
@@ -43,7 +45,8 @@ void stretchKeepingPitch(std::span<const float> input, std::size_t outputCount, 
             const std::size_t got = stretcher.retrieve(channels, n);
             std::size_t from = std::min(skip, got);
             skip -= from;
-            out.insert(out.end(), block.begin() + static_cast<std::ptrdiff_t>(from), block.begin() + static_cast<std::ptrdiff_t>(got));
+            out.insert(out.end(), block.begin() + static_cast<std::ptrdiff_t>(from),
+                       block.begin() + static_cast<std::ptrdiff_t>(got));
         }
     };
     // Silence ahead of the input lets the stretcher start at full strength on the first sample.
@@ -129,8 +132,10 @@ struct CompositionRenderer::Impl {
         const std::string key = CompositionBuilder::solidPlateKey(color);
         auto it = plates.find(key);
         if (it == plates.end()) {
-            it = plates.emplace(key, std::make_shared<const RGBAImage>(RGBAImage::filled(
-                                         build.renderSize, RGBA8::fromStraight(color.red, color.green, color.blue, 1.0))))
+            it = plates
+                     .emplace(key, std::make_shared<const RGBAImage>(RGBAImage::filled(
+                                       build.renderSize,
+                                       RGBA8::fromStraight(color.red, color.green, color.blue, 1.0))))
                      .first;
         }
         return VideoFrame(it->second);
@@ -150,7 +155,8 @@ struct CompositionRenderer::Impl {
         const double seconds =
             segment.source.kind == CompositionSource::Kind::still ? 0.0 : segment.sourceTime(time).seconds();
         for (const auto& [key, frame] : fetched) {
-            if (key.first == segment.source.path && std::abs(key.second - seconds) < kSamePictureSeconds) return frame;
+            if (key.first == segment.source.path && std::abs(key.second - seconds) < kSamePictureSeconds)
+                return frame;
         }
         DecoderSlot& slot = decoderFor(segment.source.path, seconds);
         VideoFrame frame(slot.decoder->pictureAt(seconds));
@@ -165,7 +171,8 @@ struct CompositionRenderer::Impl {
         std::vector<std::pair<std::pair<std::string, double>, VideoFrame>> fetched;
         if (!build.videoComposition) {
             const auto videoTracks = build.composition.tracksWithMediaType(CompositionMediaType::video);
-            const CompositionSegment* segment = videoTracks.empty() ? nullptr : videoTracks.front()->segment(time);
+            const CompositionSegment* segment =
+                videoTracks.empty() ? nullptr : videoTracks.front()->segment(time);
             VideoFrame out = segment != nullptr ? fetch(*segment, time, fetched) : VideoFrame{};
             return out.empty() ? compositor.backgroundFrame() : out;
         }
@@ -190,9 +197,11 @@ struct CompositionRenderer::Impl {
 
     PCMBuffer renderAudio(const AudioRenderOptions& options, const ProgressCallback& progress) {
         const int rate = std::max(options.sampleRate, 1);
-        const TimeSpan range = options.range.value_or(TimeSpan{RationalTime::zero, build.composition.duration()});
+        const TimeSpan range =
+            options.range.value_or(TimeSpan{RationalTime::zero, build.composition.duration()});
         const double rangeStart = range.start.seconds();
-        const auto total = static_cast<std::size_t>(std::max<std::int64_t>(std::llround(range.duration().seconds() * rate), 0));
+        const auto total = static_cast<std::size_t>(
+            std::max<std::int64_t>(std::llround(range.duration().seconds() * rate), 0));
         std::vector<float> mix(total, 0.0f);
         const auto tracks = build.composition.tracksWithMediaType(CompositionMediaType::audio);
         std::size_t segmentsTotal = 0;
@@ -204,9 +213,10 @@ struct CompositionRenderer::Impl {
         std::vector<float> source;
         std::vector<float> stretched;
         for (const auto* track : tracks) {
-            const AudioMixInputParameters* envelope = build.audioMix ? build.audioMix->parameters(track->trackID) : nullptr;
-            const bool keepPitch = envelope == nullptr ||
-                                   envelope->audioTimePitchAlgorithm == AudioTimePitchAlgorithm::spectral;
+            const AudioMixInputParameters* envelope =
+                build.audioMix ? build.audioMix->parameters(track->trackID) : nullptr;
+            const bool keepPitch =
+                envelope == nullptr || envelope->audioTimePitchAlgorithm == AudioTimePitchAlgorithm::spectral;
             for (const auto& segment : track->segments) {
                 throwIfStopRequested(stop);
                 ++segmentsDone;
@@ -215,13 +225,16 @@ struct CompositionRenderer::Impl {
                 const double to = std::min(segment.target.end.seconds(), range.end.seconds());
                 if (!(to > from)) continue;
                 const auto first = static_cast<std::int64_t>(std::llround((from - rangeStart) * rate));
-                const auto last = std::min<std::int64_t>(std::llround((to - rangeStart) * rate), static_cast<std::int64_t>(total));
+                const auto last = std::min<std::int64_t>(std::llround((to - rangeStart) * rate),
+                                                         static_cast<std::int64_t>(total));
                 if (last <= first) continue;
                 const auto count = static_cast<std::size_t>(last - first);
 
                 auto& stream = streams[segment.source.path];
                 if (!stream) stream = std::make_unique<PCMStream>(segment.source.path, rate, stop);
-                const double sourceFrom = segment.sourceTime(RationalTime::fromSeconds(from, RationalTime::workingTimescale)).seconds();
+                const double sourceFrom =
+                    segment.sourceTime(RationalTime::fromSeconds(from, RationalTime::workingTimescale))
+                        .seconds();
                 const double sourceLength = (to - from) * segment.rate();
                 stream->setRange(sourceFrom, sourceLength);
                 source.clear();
@@ -240,12 +253,16 @@ struct CompositionRenderer::Impl {
                 const std::size_t n = std::min(count, samples->size());
                 float* out = mix.data() + first;
                 for (std::size_t i = 0; i < n; ++i) {
-                    const float gain = envelope != nullptr
-                                           ? envelope->volume(rangeStart + static_cast<double>(first + static_cast<std::int64_t>(i)) / rate)
-                                           : 1.0f;
+                    const float gain =
+                        envelope != nullptr
+                            ? envelope->volume(rangeStart +
+                                               static_cast<double>(first + static_cast<std::int64_t>(i)) /
+                                                   rate)
+                            : 1.0f;
                     out[i] += (*samples)[i] * gain;
                 }
-                if (progress && segmentsTotal > 0) progress(static_cast<double>(segmentsDone) / segmentsTotal);
+                if (progress && segmentsTotal > 0)
+                    progress(static_cast<double>(segmentsDone) / segmentsTotal);
             }
         }
         if (progress) progress(1.0);
@@ -264,7 +281,8 @@ VideoFrame CompositionRenderer::frame(RationalTime time) {
     return impl_->frame(time);
 }
 
-PCMBuffer CompositionRenderer::renderAudio(const AudioRenderOptions& options, const ProgressCallback& progress) {
+PCMBuffer CompositionRenderer::renderAudio(const AudioRenderOptions& options,
+                                           const ProgressCallback& progress) {
     return impl_->renderAudio(options, progress);
 }
 

@@ -47,6 +47,24 @@ InputFormatPtr openInput(const std::filesystem::path& path, const std::stop_toke
     return format;
 }
 
+int feedDecoder(AVFormatContext& format, int stream, AVCodecContext& codec, AVPacket& packet,
+                const std::stop_token& stop, std::string_view name) {
+    throwIfStopRequested(stop);
+    const int read = av_read_frame(&format, &packet);
+    if (read == AVERROR_EOF) {
+        avcodec_send_packet(&codec, nullptr);
+        return 0;
+    }
+    if (read < 0) {
+        throwIfStopRequested(stop);
+        throw readerError(fmt::format("Could not read {}", name), read);
+    }
+    const PacketUnref unref(&packet);
+    if (packet.stream_index != stream) return 1;
+    const int sent = avcodec_send_packet(&codec, &packet);
+    return sent < 0 && sent != AVERROR(EAGAIN) ? sent : 1;
+}
+
 int firstStream(const AVFormatContext& format, AVMediaType type) noexcept {
     for (unsigned i = 0; i < format.nb_streams; ++i) {
         const AVStream* stream = format.streams[i];

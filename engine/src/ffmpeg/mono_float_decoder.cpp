@@ -86,22 +86,9 @@ MonoFloatDecoder::Block MonoFloatDecoder::next() {
             noteDecodeError(received);
             continue;
         }
-        throwIfStopRequested(stop_);
-        const int read = av_read_frame(format_.get(), packet_.get());
-        if (read == AVERROR_EOF) {
-            avcodec_send_packet(codec_.get(), nullptr);
-            draining_ = true;
-            continue;
-        }
-        if (read < 0) {
-            throwIfStopRequested(stop_);
-            throw readerError(fmt::format("Could not read {}", name_), read);
-        }
-        const PacketUnref unref(packet_.get());
-        if (packet_->stream_index != stream_) continue;
-        if (const int sent = avcodec_send_packet(codec_.get(), packet_.get());
-            sent < 0 && sent != AVERROR(EAGAIN))
-            noteDecodeError(sent);
+        const int fed = feedDecoder(*format_, stream_, *codec_, *packet_, stop_, name_);
+        if (fed == 0) draining_ = true;
+        if (fed < 0) noteDecodeError(fed);
     }
     const std::int64_t first = position_ - static_cast<std::int64_t>(out_.size());
     return {out_, first, rate_};

@@ -24,7 +24,8 @@ int matrixOf(const AVFrame& frame) {
 void PictureConverter::toRGBA(const AVFrame& frame, PixelSize size, RGBAImage& out) {
     const auto format = static_cast<AVPixelFormat>(frame.format);
     scaler_.reset(sws_getCachedContext(scaler_.release(), frame.width, frame.height, format, size.width,
-                                       size.height, AV_PIX_FMT_RGBA, SWS_BILINEAR, nullptr, nullptr, nullptr));
+                                       size.height, AV_PIX_FMT_RGBA, SWS_BILINEAR, nullptr, nullptr,
+                                       nullptr));
     if (!scaler_) {
         throw EngineError::decodeFailed(fmt::format("Cannot convert {} pictures of {}x{}",
                                                     av_get_pix_fmt_name(format), frame.width, frame.height));
@@ -35,8 +36,8 @@ void PictureConverter::toRGBA(const AVFrame& frame, PixelSize size, RGBAImage& o
         const bool fullRange = frame.color_range == AVCOL_RANGE_JPEG || format == AV_PIX_FMT_YUVJ420P ||
                                format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;
         const int* coefficients = sws_getCoefficients(matrixOf(frame));
-        sws_setColorspaceDetails(scaler_.get(), coefficients, fullRange ? 1 : 0, sws_getCoefficients(SWS_CS_ITU709),
-                                 1, 0, 1 << 16, 1 << 16);
+        sws_setColorspaceDetails(scaler_.get(), coefficients, fullRange ? 1 : 0,
+                                 sws_getCoefficients(SWS_CS_ITU709), 1, 0, 1 << 16, 1 << 16);
     }
     out.width = size.width;
     out.height = size.height;

@@ -10,11 +10,11 @@ namespace morvane::engine::ffmpeg {
 struct SourceTracks {
     bool hasVideo = false;
     bool hasAudio = false;
-    bool isStill = false;            // a single picture (PNG, JPEG...): it has no length of its own
-    int width = 0;                   // of the picture as stored
+    bool isStill = false;  // a single picture (PNG, JPEG...): it has no length of its own
+    int width = 0;         // of the picture as stored
     int height = 0;
-    double rotationDegrees = 0.0;    // clockwise turn that shows the picture upright: 0, 90, 180, 270
-    double videoSeconds = 0.0;       // 0 when unknown
+    double rotationDegrees = 0.0;  // clockwise turn that shows the picture upright: 0, 90, 180, 270
+    double videoSeconds = 0.0;     // 0 when unknown
     double audioSeconds = 0.0;
 };
 

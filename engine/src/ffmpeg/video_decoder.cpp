@@ -101,23 +101,10 @@ bool VideoDecoder::decodeNext() {
                 throw readerError(fmt::format("Could not decode the video of {}", name_), received);
             continue;
         }
-        throwIfStopRequested(stop_);
-        const int read = av_read_frame(format_.get(), packet_.get());
-        if (read == AVERROR_EOF) {
-            avcodec_send_packet(codec_.get(), nullptr);
-            draining_ = true;
-            continue;
-        }
-        if (read < 0) {
-            throwIfStopRequested(stop_);
-            throw readerError(fmt::format("Could not read {}", name_), read);
-        }
-        const PacketUnref unref(packet_.get());
-        if (packet_->stream_index != stream_) continue;
-        if (const int sent = avcodec_send_packet(codec_.get(), packet_.get());
-            sent < 0 && sent != AVERROR(EAGAIN) && ++consecutiveErrors_ >= kMaxConsecutiveDecodeErrors) {
-            throw readerError(fmt::format("Could not decode the video of {}", name_), sent);
-        }
+        const int fed = feedDecoder(*format_, stream_, *codec_, *packet_, stop_, name_);
+        if (fed == 0) draining_ = true;
+        if (fed < 0 && ++consecutiveErrors_ >= kMaxConsecutiveDecodeErrors)
+            throw readerError(fmt::format("Could not decode the video of {}", name_), fed);
     }
 }
 
@@ -138,7 +125,8 @@ bool VideoDecoder::reachesWithoutSeeking(double seconds) const noexcept {
 }
 
 void VideoDecoder::seekTo(double seconds) {
-    const auto target = startTime_ + static_cast<std::int64_t>(std::floor(std::max(seconds, 0.0) / timeBase_));
+    const auto target =
+        startTime_ + static_cast<std::int64_t>(std::floor(std::max(seconds, 0.0) / timeBase_));
     int rc = avformat_seek_file(format_.get(), stream_, std::numeric_limits<std::int64_t>::min(), target,
                                 target, 0);
     if (rc < 0) rc = av_seek_frame(format_.get(), stream_, target, AVSEEK_FLAG_BACKWARD);

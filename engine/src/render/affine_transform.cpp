@@ -12,8 +12,8 @@ AffineTransform AffineTransform::rotation(double radians) noexcept {
 }
 
 AffineTransform AffineTransform::concatenating(const AffineTransform& t) const noexcept {
-    return {a * t.a + b * t.c,         a * t.b + b * t.d,         c * t.a + d * t.c,
-            c * t.b + d * t.d,         tx * t.a + ty * t.c + t.tx, tx * t.b + ty * t.d + t.ty};
+    return {a * t.a + b * t.c, a * t.b + b * t.d,          c * t.a + d * t.c,
+            c * t.b + d * t.d, tx * t.a + ty * t.c + t.tx, tx * t.b + ty * t.d + t.ty};
 }
 
 std::optional<AffineTransform> AffineTransform::inverted() const noexcept {
@@ -41,7 +41,8 @@ RectD AffineTransform::boundingBox(const RectD& rect) const noexcept {
 
 bool AffineTransform::isClose(const AffineTransform& o, double tolerance) const noexcept {
     return std::abs(a - o.a) < tolerance && std::abs(b - o.b) < tolerance && std::abs(c - o.c) < tolerance &&
-           std::abs(d - o.d) < tolerance && std::abs(tx - o.tx) < tolerance && std::abs(ty - o.ty) < tolerance;
+           std::abs(d - o.d) < tolerance && std::abs(tx - o.tx) < tolerance &&
+           std::abs(ty - o.ty) < tolerance;
 }
 
 bool AffineTransform::isAxisAligned(double tolerance) const noexcept {

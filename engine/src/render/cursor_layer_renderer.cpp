@@ -24,7 +24,7 @@ constexpr int kArrowPixels = 96;  // drawn once this tall, then scaled to the st
 constexpr std::size_t kKeptTracks = 4;
 
 // The pointer's outline in shares of its height, from the tip clockwise.
-constexpr PointD kOutline[] = {{0.0, 0.0}, {0.0, 0.78}, {0.19, 0.61}, {0.32, 0.9},
+constexpr PointD kOutline[] = {{0.0, 0.0},   {0.0, 0.78},  {0.19, 0.61}, {0.32, 0.9},
                                {0.44, 0.85}, {0.31, 0.57}, {0.55, 0.57}};
 
 void tracePointer(cairo_t* cr, double size, double dx, double dy) {
@@ -91,7 +91,8 @@ double CursorLayerRenderer::clickProgress(const CursorTrack& track, double secon
     return pressed ? u : 1.0 - u;
 }
 
-const CursorTrack& CursorLayerRenderer::smoothedTrack(const std::shared_ptr<const CursorTrack>& track, int window) {
+const CursorTrack& CursorLayerRenderer::smoothedTrack(const std::shared_ptr<const CursorTrack>& track,
+                                                      int window) {
     for (const auto& [key, smooth] : smoothed_) {
         if (key.first == track && key.second == window) return smooth;
     }
@@ -149,10 +150,12 @@ void CursorLayerRenderer::overlay(RGBAImage& canvas, const std::shared_ptr<const
     if (!now) return;
 
     const double press = clickProgress(*track, s);
-    const double height = std::max(style.size, 0.4) * basePointerSize * (1.0 - style.clickBounce * kBounceDepth * press);
+    const double height =
+        std::max(style.size, 0.4) * basePointerSize * (1.0 - style.clickBounce * kBounceDepth * press);
     const double turn = style.sway > 0.0 ? std::sin(s * kSwayFrequency) * style.sway * kSwayDepth : 0.0;
     const auto toCanvas = [&](const CursorSample& sample) {
-        return placement.plateTransform.apply({sample.x * placement.sourceSize.width, sample.y * placement.sourceSize.height});
+        return placement.plateTransform.apply(
+            {sample.x * placement.sourceSize.width, sample.y * placement.sourceSize.height});
     };
     const RGBAImage& image = arrow(press > 0.5);
     const double scale = height / kArrowPixels;
@@ -170,7 +173,8 @@ void CursorLayerRenderer::overlay(RGBAImage& canvas, const std::shared_ptr<const
             const double dy = ghost.y - position.y;
             if (dx * dx + dy * dy > kGhostDistanceSquared) {
                 pixels::draw(canvas, image, placed(ghost),
-                             static_cast<float>(style.motionBlur * kGhostAlpha) * placement.opacity, std::nullopt);
+                             static_cast<float>(style.motionBlur * kGhostAlpha) * placement.opacity,
+                             std::nullopt);
             }
         }
     }

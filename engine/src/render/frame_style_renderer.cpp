@@ -20,11 +20,13 @@ RGBA8 premultiplied(const BackgroundColor& c) {
 RectD intersection(const RectD& a, const RectD& b) {
     const double x = std::max(a.x, b.x);
     const double y = std::max(a.y, b.y);
-    return {x, y, std::max(0.0, std::min(a.maxX(), b.maxX()) - x), std::max(0.0, std::min(a.maxY(), b.maxY()) - y)};
+    return {x, y, std::max(0.0, std::min(a.maxX(), b.maxX()) - x),
+            std::max(0.0, std::min(a.maxY(), b.maxY()) - y)};
 }
 
 // `image` scaled uniformly to cover `extent`, centred.
-AffineTransform fillTransform(PixelSize image, double width, double height, double originX = 0.0, double originY = 0.0) {
+AffineTransform fillTransform(PixelSize image, double width, double height, double originX = 0.0,
+                              double originY = 0.0) {
     const double s = std::max(width / image.width, height / image.height);
     return AffineTransform::scale(s, s).concatenating(AffineTransform::translation(
         originX + (width - image.width * s) / 2.0, originY + (height - image.height * s) / 2.0));
@@ -49,13 +51,14 @@ void drawBlurredSource(RGBAImage& out, const RGBAImage& source) {
     }
     pixels::gaussianBlur(small, FrameStyleRenderer::backgroundBlurRadius / 2.0 / kBlurDownscale);
     const double s = kBlurDownscale;
-    pixels::draw(out, small, AffineTransform::scale(s, s).concatenating(AffineTransform::translation(-s, -s)), 1.0f,
-                 std::nullopt);
+    pixels::draw(out, small, AffineTransform::scale(s, s).concatenating(AffineTransform::translation(-s, -s)),
+                 1.0f, std::nullopt);
 }
 
 }  // namespace
 
-FrameGeometry FrameStyleRenderer::geometry(const ClipPresentationStyle& style, const RectD& plateBox, PixelSize extent) {
+FrameGeometry FrameStyleRenderer::geometry(const ClipPresentationStyle& style, const RectD& plateBox,
+                                           PixelSize extent) {
     const double W = extent.width;
     const double H = extent.height;
     RectD inner{0.0, 0.0, W, H};
@@ -79,8 +82,8 @@ FrameGeometry FrameStyleRenderer::geometry(const ClipPresentationStyle& style, c
     FrameGeometry g{.inner = inner};
     if (!(plateBox.width > 0.0) || !(plateBox.height > 0.0)) return g;
     const double s = std::min(inner.width / plateBox.width, inner.height / plateBox.height);
-    g.plate = {inner.x + (inner.width - plateBox.width * s) / 2.0, inner.y + (inner.height - plateBox.height * s) / 2.0,
-               plateBox.width * s, plateBox.height * s};
+    g.plate = {inner.x + (inner.width - plateBox.width * s) / 2.0,
+               inner.y + (inner.height - plateBox.height * s) / 2.0, plateBox.width * s, plateBox.height * s};
     g.fit = AffineTransform::translation(-plateBox.x, -plateBox.y)
                 .concatenating(AffineTransform::scale(s, s))
                 .concatenating(AffineTransform::translation(g.plate.x, g.plate.y));
@@ -105,7 +108,8 @@ void FrameStyleRenderer::backgroundImage(RGBAImage& out, const ClipPresentationS
         }
         case ClipBackgroundFill::Case::image:
             if (image != nullptr && !image->empty())
-                pixels::draw(out, *image, fillTransform(image->size(), extent.width, extent.height), 1.0f, std::nullopt);
+                pixels::draw(out, *image, fillTransform(image->size(), extent.width, extent.height), 1.0f,
+                             std::nullopt);
             return;
         case ClipBackgroundFill::Case::blurSource:
             if (source == nullptr || source->empty()) {
@@ -117,8 +121,10 @@ void FrameStyleRenderer::backgroundImage(RGBAImage& out, const ClipPresentationS
     }
 }
 
-const FrameStyleRenderer::Backdrop& FrameStyleRenderer::backdrop(const ClipPresentationStyle& style, PixelSize extent,
-                                                                 const FrameGeometry& geometry, const RGBAImage* image) {
+const FrameStyleRenderer::Backdrop& FrameStyleRenderer::backdrop(const ClipPresentationStyle& style,
+                                                                 PixelSize extent,
+                                                                 const FrameGeometry& geometry,
+                                                                 const RGBAImage* image) {
     for (const auto& b : backdrops_) {
         if (b.style == style && b.extent == extent && b.geometry == geometry) return b;
     }
@@ -138,9 +144,10 @@ const FrameStyleRenderer::Backdrop& FrameStyleRenderer::backdrop(const ClipPrese
         const std::size_t count = static_cast<std::size_t>(extent.width) * extent.height;
         std::vector<float> alpha(count, 0.0f);
         std::vector<float> scratch;
-        const pixels::RoundedRect shape{{geometry.plate.x + style.shadowOffsetX, geometry.plate.y + style.shadowOffsetY,
-                                         geometry.plate.width, geometry.plate.height},
-                                        geometry.cornerRadius};
+        const pixels::RoundedRect shape{
+            {geometry.plate.x + style.shadowOffsetX, geometry.plate.y + style.shadowOffsetY,
+             geometry.plate.width, geometry.plate.height},
+            geometry.cornerRadius};
         const float opacity = static_cast<float>(std::min(style.shadowOpacity, 1.0) * 255.0 / 256.0);
         for (int y = 0; y < extent.height; ++y)
             for (int x = 0; x < extent.width; ++x)
@@ -149,56 +156,88 @@ const FrameStyleRenderer::Backdrop& FrameStyleRenderer::backdrop(const ClipPrese
         pixels::gaussianBlur(alpha, extent.width, extent.height, style.shadowRadius / 2.0, scratch);
         b.shadow = RGBAImage::filled(extent);
         for (std::size_t i = 0; i < count; ++i)
-            b.shadow.pixels[4 * i + 3] = static_cast<std::uint8_t>(std::clamp(std::lround(alpha[i]), 0L, 255L));
+            b.shadow.pixels[4 * i + 3] =
+                static_cast<std::uint8_t>(std::clamp(std::lround(alpha[i]), 0L, 255L));
+    }
+    // A backdrop that does not change from frame to frame is kept with its shadow already laid on it, so
+    // that a frame starts with one copy.
+    if (kind != ClipBackgroundFill::Case::blurSource && kind != ClipBackgroundFill::Case::none &&
+        !b.shadow.empty()) {
+        pixels::over(b.background, b.shadow, false);
+        b.shadow = RGBAImage{};
     }
     if (backdrops_.size() >= kKeptBackdrops) backdrops_.erase(backdrops_.begin());
     backdrops_.push_back(std::move(b));
     return backdrops_.back();
 }
 
-AffineTransform FrameStyleRenderer::apply(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& placement,
-                                          const std::optional<RectD>& clipRect,
-                                          const std::optional<ClipPresentationStyle>& style, double slotCornerRadius,
-                                          float opacity, const RGBAImage* image) {
-    RectD plateBox = placement.boundingBox({0.0, 0.0, static_cast<double>(source.width), static_cast<double>(source.height)});
+FramePlan FrameStyleRenderer::plan(PixelSize sourceSize, const AffineTransform& placement,
+                                   const std::optional<RectD>& clipRect,
+                                   const std::optional<ClipPresentationStyle>& style, double slotCornerRadius,
+                                   PixelSize canvas) {
+    RectD plateBox = placement.boundingBox(
+        {0.0, 0.0, static_cast<double>(sourceSize.width), static_cast<double>(sourceSize.height)});
     if (clipRect) plateBox = intersection(plateBox, *clipRect);
+    FramePlan out{.transform = placement};
     if (!style || style->isIdentity()) {
         const double radius = slotCornerRadius * std::min(canvas.width, canvas.height);
-        std::optional<pixels::RoundedRect> clip;
         if (radius > kSmallestCorner) {
-            clip = pixels::RoundedRect{plateBox, std::min(radius, std::min(plateBox.width, plateBox.height) / 2.0)};
-        } else if (clipRect) {
-            clip = pixels::RoundedRect{*clipRect, 0.0};
+            out.clip = plateBox;
+            out.clipRadius = std::min(radius, std::min(plateBox.width, plateBox.height) / 2.0);
+        } else {
+            out.clip = clipRect;
         }
-        pixels::draw(canvas, source, placement, opacity, clip);
-        return placement;
+        return out;
     }
+    out.framed = true;
+    out.geometry = geometry(*style, plateBox, canvas);
+    out.transform = placement.concatenating(out.geometry.fit);
+    out.clip = out.geometry.plate;
+    out.clipRadius = out.geometry.cornerRadius > kSmallestCorner ? out.geometry.cornerRadius : 0.0;
+    return out;
+}
 
-    const FrameGeometry g = geometry(*style, plateBox, canvas.size());
-    const Backdrop& b = backdrop(*style, canvas.size(), g, image);
-    const bool blurred = style->background.kind() == ClipBackgroundFill::Case::blurSource;
+void FrameStyleRenderer::drawBackdrop(RGBAImage& canvas, const FramePlan& plan,
+                                      const ClipPresentationStyle& style, float opacity,
+                                      const RGBAImage* source, const RGBAImage* image) {
+    const Backdrop& b = backdrop(style, canvas.size(), plan.geometry, image);
+    const bool blurred = style.background.kind() == ClipBackgroundFill::Case::blurSource;
     if (opacity >= 1.0f) {
         if (blurred) {
-            backgroundImage(frameBackground_, *style, canvas.size(), &source, nullptr);
+            backgroundImage(frameBackground_, style, canvas.size(), source, nullptr);
             pixels::over(canvas, frameBackground_, true);
-        } else if (style->background.kind() != ClipBackgroundFill::Case::none) {
+        } else if (style.background.kind() != ClipBackgroundFill::Case::none) {
             pixels::over(canvas, b.background, b.opaque);
         }
         if (!b.shadow.empty()) pixels::over(canvas, b.shadow, false);
-    } else {
-        // A fading frame fades as one picture: the stack is made apart, then laid over at the opacity.
-        if (blurred) {
-            backgroundImage(stack_, *style, canvas.size(), &source, nullptr);
-        } else {
-            stack_ = b.background.empty() ? RGBAImage::filled(canvas.size()) : b.background;
-        }
-        if (!b.shadow.empty()) pixels::over(stack_, b.shadow, false);
-        pixels::draw(canvas, stack_, AffineTransform::identity(), opacity, std::nullopt);
+        return;
     }
-    const AffineTransform placed = placement.concatenating(g.fit);
-    const double radius = g.cornerRadius > kSmallestCorner ? g.cornerRadius : 0.0;
-    pixels::draw(canvas, source, placed, opacity, pixels::RoundedRect{g.plate, radius});
-    return placed;
+    // A fading frame fades as one picture: the stack is made apart, then laid over at the opacity.
+    if (blurred) {
+        backgroundImage(stack_, style, canvas.size(), source, nullptr);
+    } else {
+        stack_ = b.background.empty() ? RGBAImage::filled(canvas.size()) : b.background;
+    }
+    if (!b.shadow.empty()) pixels::over(stack_, b.shadow, false);
+    pixels::draw(canvas, stack_, AffineTransform::identity(), opacity, std::nullopt);
+}
+
+void FrameStyleRenderer::drawPicture(RGBAImage& canvas, const RGBAImage& picture,
+                                     const AffineTransform& transform, float opacity, const FramePlan& plan) {
+    std::optional<pixels::RoundedRect> clip;
+    if (plan.clip) clip = pixels::RoundedRect{*plan.clip, plan.clipRadius};
+    pixels::draw(canvas, picture, transform, opacity, clip);
+}
+
+AffineTransform FrameStyleRenderer::apply(RGBAImage& canvas, const RGBAImage& source,
+                                          const AffineTransform& placement,
+                                          const std::optional<RectD>& clipRect,
+                                          const std::optional<ClipPresentationStyle>& style,
+                                          double slotCornerRadius, float opacity, const RGBAImage* image) {
+    const FramePlan p = plan(source.size(), placement, clipRect, style, slotCornerRadius, canvas.size());
+    if (p.framed) drawBackdrop(canvas, p, *style, opacity, &source, image);
+    drawPicture(canvas, source, p.transform, opacity, p);
+    return p.transform;
 }
 
 RGBAImage FrameStyleRenderer::roundedRectMask(PixelSize size, const RectD& rect, double cornerRadius) {

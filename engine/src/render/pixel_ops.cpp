@@ -38,7 +38,8 @@ void draw(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& tra
     if (clip) {
         const double x0 = std::max(box.x, clip->rect.x - 1.0);
         const double y0 = std::max(box.y, clip->rect.y - 1.0);
-        box = {x0, y0, std::min(box.maxX(), clip->rect.maxX() + 1.0) - x0, std::min(box.maxY(), clip->rect.maxY() + 1.0) - y0};
+        box = {x0, y0, std::min(box.maxX(), clip->rect.maxX() + 1.0) - x0,
+               std::min(box.maxY(), clip->rect.maxY() + 1.0) - y0};
     }
     const int xBegin = std::max(0, static_cast<int>(std::floor(box.x)));
     const int yBegin = std::max(0, static_cast<int>(std::floor(box.y)));
@@ -52,7 +53,52 @@ void draw(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& tra
     RectD solid{-1e30, -1e30, 2e30, 2e30};
     if (clip) {
         const double inset = std::max(clip->radius, 0.0) + 1.0;
-        solid = {clip->rect.x + inset, clip->rect.y + inset, clip->rect.width - 2 * inset, clip->rect.height - 2 * inset};
+        solid = {clip->rect.x + inset, clip->rect.y + inset, clip->rect.width - 2 * inset,
+                 clip->rect.height - 2 * inset};
+    }
+    const bool wholePixelMove = transform.a == 1.0 && transform.d == 1.0 && transform.b == 0.0 &&
+                                transform.c == 0.0 && transform.tx == std::round(transform.tx) &&
+                                transform.ty == std::round(transform.ty);
+    if (wholePixelMove) {
+        // Every canvas pixel takes one source pixel as it is: copied where it is opaque and fully covered.
+        const auto dx = static_cast<int>(transform.tx);
+        const auto dy = static_cast<int>(transform.ty);
+        for (int y = yBegin; y < yEnd; ++y) {
+            const int j = y - dy;
+            if (j < 0 || j >= source.height) continue;
+            const double cy = y + 0.5;
+            const bool rowSolid = cy > solid.y && cy < solid.maxY();
+            const int from = std::max(xBegin, dx);
+            const int to = std::min(xEnd, dx + source.width);
+            const std::uint8_t* in = source.pixel(from - dx, j);
+            std::uint8_t* out = canvas.pixel(from, y);
+            for (int x = from; x < to; ++x, in += 4, out += 4) {
+                int weight = alpha;
+                if (clip) {
+                    const double cx = x + 0.5;
+                    if (!(rowSolid && cx > solid.x && cx < solid.maxX())) {
+                        const int cover = coverage(*clip, cx, cy);
+                        if (cover == 0) continue;
+                        weight = (weight * cover) >> 8;
+                    }
+                }
+                if (weight >= 256 && in[3] == 255) {
+                    std::memcpy(out, in, 4);
+                    continue;
+                }
+                std::uint32_t c[4] = {in[0], in[1], in[2], in[3]};
+                if (weight < 256) {
+                    for (auto& channel : c)
+                        channel = (channel * static_cast<std::uint32_t>(weight) + 128) >> 8;
+                }
+                if (c[3] == 0) continue;
+                const std::uint32_t keep = 255 - c[3];
+                for (int k = 0; k < 4; ++k)
+                    out[k] = static_cast<std::uint8_t>(
+                        std::min<std::uint32_t>(c[k] + scale255(out[k], keep), 255));
+            }
+        }
+        return;
     }
     const AffineTransform& t = *inverse;
     const std::int64_t du = std::llround(t.a * 65536.0);
@@ -124,7 +170,8 @@ void draw(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& tra
             }
             const std::uint32_t keep = 255 - c[3];
             for (int k = 0; k < 4; ++k)
-                out[k] = static_cast<std::uint8_t>(std::min<std::uint32_t>(c[k] + scale255(out[k], keep), 255));
+                out[k] =
+                    static_cast<std::uint8_t>(std::min<std::uint32_t>(c[k] + scale255(out[k], keep), 255));
         }
     }
 }
@@ -143,7 +190,8 @@ void over(RGBAImage& canvas, const RGBAImage& layer, bool layerIsOpaque) noexcep
         if (a == 0) continue;
         const std::uint32_t keep = 255 - a;
         for (int k = 0; k < 4; ++k)
-            out[i + k] = static_cast<std::uint8_t>(std::min<std::uint32_t>(in[i + k] + scale255(out[i + k], keep), 255));
+            out[i + k] = static_cast<std::uint8_t>(
+                std::min<std::uint32_t>(in[i + k] + scale255(out[i + k], keep), 255));
     }
 }
 
@@ -154,7 +202,8 @@ void fillVerticalGradient(RGBAImage& canvas, RGBA8 top, RGBA8 bottom) noexcept {
         const auto mix = [u](std::uint8_t a, std::uint8_t b) {
             return static_cast<std::uint8_t>(std::lround(a + (b - a) * u));
         };
-        const std::uint8_t row[4] = {mix(top.r, bottom.r), mix(top.g, bottom.g), mix(top.b, bottom.b), mix(top.a, bottom.a)};
+        const std::uint8_t row[4] = {mix(top.r, bottom.r), mix(top.g, bottom.g), mix(top.b, bottom.b),
+                                     mix(top.a, bottom.a)};
         std::uint8_t* out = canvas.pixel(0, y);
         for (int x = 0; x < canvas.width; ++x)
             std::memcpy(out + 4 * x, row, 4);
@@ -169,7 +218,8 @@ std::array<int, 3> boxesForGauss(double sigma) {
     int lower = static_cast<int>(std::floor(ideal));
     if (lower % 2 == 0) --lower;
     const int upper = lower + 2;
-    const double m = std::round((12.0 * sigma * sigma - 3.0 * lower * lower - 12.0 * lower - 9.0) / (-4.0 * lower - 4.0));
+    const double m =
+        std::round((12.0 * sigma * sigma - 3.0 * lower * lower - 12.0 * lower - 9.0) / (-4.0 * lower - 4.0));
     std::array<int, 3> sizes{};
     for (int i = 0; i < 3; ++i)
         sizes[static_cast<std::size_t>(i)] = i < m ? lower : upper;
@@ -182,7 +232,9 @@ void boxPass(const float* in, float* out, int length, int count, int step, int s
     for (int line = 0; line < count; ++line) {
         const float* src = in + static_cast<std::ptrdiff_t>(line) * stride;
         float* dst = out + static_cast<std::ptrdiff_t>(line) * stride;
-        const auto at = [&](int k) { return src[static_cast<std::ptrdiff_t>(std::clamp(k, 0, length - 1)) * step]; };
+        const auto at = [&](int k) {
+            return src[static_cast<std::ptrdiff_t>(std::clamp(k, 0, length - 1)) * step];
+        };
         float sum = 0.0f;
         for (int k = -radius; k <= radius; ++k)
             sum += at(k);
@@ -195,7 +247,8 @@ void boxPass(const float* in, float* out, int length, int count, int step, int s
 
 }  // namespace
 
-void gaussianBlur(std::vector<float>& values, int width, int height, double sigma, std::vector<float>& scratch) {
+void gaussianBlur(std::vector<float>& values, int width, int height, double sigma,
+                  std::vector<float>& scratch) {
     if (!(sigma > 0.2) || width <= 0 || height <= 0) return;
     scratch.resize(values.size());
     for (const int box : boxesForGauss(sigma)) {

@@ -5,7 +5,8 @@
 // Placing a picture: every canvas pixel centre p inside the placed picture's box is carried back through
 // the inverse transform to the source, q = T⁻¹(p) − (½, ½), and the source is read there bilinearly:
 //
-//     c = (1−fu)(1−fv)·s[i,j] + fu(1−fv)·s[i+1,j] + (1−fu)fv·s[i,j+1] + fu·fv·s[i+1,j+1],   i = ⌊qx⌋, fu = qx − i
+//     c = (1−fu)(1−fv)·s[i,j] + fu(1−fv)·s[i+1,j] + (1−fu)fv·s[i,j+1] + fu·fv·s[i+1,j+1],   i = ⌊qx⌋, fu = qx
+//     − i
 //
 // with transparent texels outside the source, so its edges come out antialiased. Weights are 8-bit fixed
 // point and coordinates 16.16 fixed point, stepped along each row. The colour is then scaled by the
@@ -47,7 +48,8 @@ void fillVerticalGradient(RGBAImage& canvas, RGBA8 top, RGBA8 bottom) noexcept;
 
 /// Blurs one channel of `values` (width × height, row after row) in place with a Gaussian of `sigma`
 /// pixels; edges are clamped (the border pixel repeats). `scratch` is resized as needed.
-void gaussianBlur(std::vector<float>& values, int width, int height, double sigma, std::vector<float>& scratch);
+void gaussianBlur(std::vector<float>& values, int width, int height, double sigma,
+                  std::vector<float>& scratch);
 
 /// Blurs every channel of `image` in place, edges clamped.
 void gaussianBlur(RGBAImage& image, double sigma);

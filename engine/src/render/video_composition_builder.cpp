@@ -6,7 +6,8 @@
 namespace morvane::engine::VideoCompositionBuilder {
 namespace {
 
-constexpr double kSameTime = 0.001;  // seconds: a clip edge this close to a transition is that transition's cut
+constexpr double kSameTime =
+    0.001;  // seconds: a clip edge this close to a transition is that transition's cut
 
 RationalTime fromSeconds(double seconds) {
     return RationalTime::fromSeconds(seconds, RationalTime::workingTimescale);
@@ -30,21 +31,6 @@ const ProgramClip* activeClip(const TrackContext& context, const TimeSpan& range
     return nullptr;
 }
 
-EditPlanRect withAspect(EditPlanRect rect, double aspect) {
-    if (!(aspect > 0.0) || !std::isfinite(aspect)) return rect;
-    const double shape = rect.width / rect.height;
-    if (shape > aspect) {
-        const double width = rect.height * aspect;
-        rect.x += (rect.width - width) * 0.5;
-        rect.width = width;
-    } else if (shape < aspect) {
-        const double height = rect.width / aspect;
-        rect.y += (rect.height - height) * 0.5;
-        rect.height = height;
-    }
-    return rect;
-}
-
 bool coversCanvas(const EditPlanRect& r) {
     return r.x <= 1e-6 && r.y <= 1e-6 && r.x + r.width >= 1.0 - 1e-6 && r.y + r.height >= 1.0 - 1e-6;
 }
@@ -60,7 +46,8 @@ const LayoutSlotDefinition* slotFor(const ProgramClip& clip, const LayoutDefinit
 
 // A transition dips the primary picture: out over the half-duration before its time when the clip ends
 // there, in over the half after when it starts there, and through both when it plays across it.
-float transitionOpacity(const ProgramClip& clip, RationalTime time, const EditPlanTransitionTable& transitions) {
+float transitionOpacity(const ProgramClip& clip, RationalTime time,
+                        const EditPlanTransitionTable& transitions) {
     double opacity = 1.0;
     const double t = time.seconds();
     for (const auto& [at, transition] : transitions) {
@@ -100,10 +87,11 @@ std::optional<Placement> placement(const ProgramClip& clip, RationalTime time, c
     AffineTransform place;
     if (!crop && coversCanvas(*destination)) {
         const double s = std::min(slot.width / upright.width, slot.height / upright.height);
-        place = AffineTransform::scale(s, s).concatenating(AffineTransform::translation(
-            slot.x + (slot.width - upright.width * s) / 2.0, slot.y + (slot.height - upright.height * s) / 2.0));
+        place = AffineTransform::scale(s, s).concatenating(
+            AffineTransform::translation(slot.x + (slot.width - upright.width * s) / 2.0,
+                                         slot.y + (slot.height - upright.height * s) / 2.0));
     } else {
-        const EditPlanRect c = crop ? *crop : withAspect({0.0, 0.0, 1.0, 1.0}, renderAspect);
+        const EditPlanRect c = crop ? *crop : LayoutResolver::withAspect({0.0, 0.0, 1.0, 1.0}, renderAspect);
         if (!(c.width > 0.0) || !(c.height > 0.0)) return std::nullopt;
         place = AffineTransform::translation(-c.x * upright.width, -c.y * upright.height)
                     .concatenating(AffineTransform::scale(slot.width / (c.width * upright.width),
@@ -122,7 +110,8 @@ bool isPassthrough(const MorvaneCompositionInstruction& instruction, PixelSize c
     return layer.kind == MorvaneCompositorLayer::Kind::video && layer.opacity >= 1.0f &&
            layer.opacityEnd >= 1.0f && !layer.matte && plainStyle && !roundedSlot && !drawsCursor &&
            !layer.needsTweening() && layer.transformStart.isClose(AffineTransform::identity()) &&
-           layer.sourceSize == RenderSize{static_cast<double>(canvas.width), static_cast<double>(canvas.height)};
+           layer.sourceSize ==
+               RenderSize{static_cast<double>(canvas.width), static_cast<double>(canvas.height)};
 }
 
 }  // namespace
@@ -133,8 +122,10 @@ std::optional<MorvaneCompositorLayer> compositorLayer(const ProgramClip& clip, T
     const auto natural = context.naturalSizes.find(clip.sourceID);
     if (natural == context.naturalSizes.end()) return std::nullopt;
     const auto turnIt = context.preferredTransforms.find(clip.sourceID);
-    const AffineTransform turn = turnIt != context.preferredTransforms.end() ? turnIt->second : AffineTransform{};
-    const auto& layout = LayoutResolver::activeLayout(range.start, {inputs.layoutRegions.begin(), inputs.layoutRegions.end()});
+    const AffineTransform turn =
+        turnIt != context.preferredTransforms.end() ? turnIt->second : AffineTransform{};
+    const auto& layout =
+        LayoutResolver::activeLayout(range.start, {inputs.layoutRegions.begin(), inputs.layoutRegions.end()});
 
     const auto start = placement(clip, range.start, layout, natural->second, turn, inputs.renderSize);
     const auto end = placement(clip, justBefore(range.end), layout, natural->second, turn, inputs.renderSize);
@@ -170,8 +161,10 @@ std::optional<MorvaneCompositorLayer> compositorLayer(const ProgramClip& clip, T
         };
         if (clip.matte && clip.matte->fill.kind() == ClipMatteFill::Case::image)
             layer.fillURL = urlOf(std::get<ImageFill>(clip.matte->fill.value).sourceID);
-        if (clip.presentationStyle && clip.presentationStyle->background.kind() == ClipBackgroundFill::Case::image)
-            layer.backgroundURL = urlOf(std::get<ImageFill>(clip.presentationStyle->background.value).sourceID);
+        if (clip.presentationStyle &&
+            clip.presentationStyle->background.kind() == ClipBackgroundFill::Case::image)
+            layer.backgroundURL =
+                urlOf(std::get<ImageFill>(clip.presentationStyle->background.value).sourceID);
     }
     return layer;
 }
@@ -183,7 +176,8 @@ std::vector<MorvaneCompositionInstruction> makeInstructions(const InstructionInp
             const RationalTime end = clip.timelineStart.adding(clip.duration());
             boundaries.push_back(clip.timelineStart);
             boundaries.push_back(end);
-            for (const auto& keyframe : clip.resolvedReframeKeyframes().value_or(std::vector<ReframeKeyframe>{})) {
+            for (const auto& keyframe :
+                 clip.resolvedReframeKeyframes().value_or(std::vector<ReframeKeyframe>{})) {
                 for (const auto t : {keyframe.programStart, keyframe.programEnd})
                     if (clip.timelineStart < t && t < end) boundaries.push_back(t);
             }
@@ -228,7 +222,8 @@ std::vector<MorvaneCompositionInstruction> makeInstructions(const InstructionInp
             if (clip == nullptr) continue;
             auto layer = compositorLayer(*clip, TrackRole::overlay, context, range, inputs);
             if (!layer) continue;
-            const auto& layout = LayoutResolver::activeLayout(range.start, {inputs.layoutRegions.begin(), inputs.layoutRegions.end()});
+            const auto& layout = LayoutResolver::activeLayout(
+                range.start, {inputs.layoutRegions.begin(), inputs.layoutRegions.end()});
             const auto* slot = slotFor(*clip, layout);
             overlays.emplace_back(slot != nullptr ? slot->zIndex : 0, std::move(*layer));
         }
@@ -252,13 +247,16 @@ std::vector<MorvaneCompositionInstruction> makeInstructions(const InstructionInp
     return out;
 }
 
-bool sourcesNeedScaling(const TrackContext& primary, std::span<const TrackContext> overlays, PixelSize renderSize) {
+bool sourcesNeedScaling(const TrackContext& primary, std::span<const TrackContext> overlays,
+                        PixelSize renderSize) {
     const auto differs = [&](const TrackContext& context) {
         for (const auto& [id, size] : context.naturalSizes) {
             const auto turn = context.preferredTransforms.find(id);
-            const RectD upright = (turn != context.preferredTransforms.end() ? turn->second : AffineTransform{})
-                                      .boundingBox({0, 0, size.width, size.height});
-            if (std::abs(upright.width - renderSize.width) > 0.5 || std::abs(upright.height - renderSize.height) > 0.5)
+            const RectD upright =
+                (turn != context.preferredTransforms.end() ? turn->second : AffineTransform{})
+                    .boundingBox({0, 0, size.width, size.height});
+            if (std::abs(upright.width - renderSize.width) > 0.5 ||
+                std::abs(upright.height - renderSize.height) > 0.5)
                 return true;
         }
         return false;
@@ -266,8 +264,9 @@ bool sourcesNeedScaling(const TrackContext& primary, std::span<const TrackContex
     return differs(primary) || std::any_of(overlays.begin(), overlays.end(), differs);
 }
 
-std::optional<VideoComposition> build(const EditPlan& plan, const Composition& composition, const TrackContext& primary,
-                                      const std::vector<TrackContext>& overlays, std::span<const ProgramClip> /*textClips*/,
+std::optional<VideoComposition> build(const EditPlan& plan, const Composition& composition,
+                                      const TrackContext& primary, const std::vector<TrackContext>& overlays,
+                                      std::span<const ProgramClip> /*textClips*/,
                                       bool /*includeTextAnimation*/) {
     const ProjectFormat format = plan.timeline.resolvedFormat();
     const auto transitions = EditPlanResolver::transitions(plan);
@@ -276,7 +275,8 @@ std::optional<VideoComposition> build(const EditPlan& plan, const Composition& c
     std::map<std::string, std::shared_ptr<const CursorTrack>> cursorTracks;
     for (const auto& source : plan.sources) {
         sourcesByID.emplace(source.id, &source);
-        if (source.cursorTrack) cursorTracks.emplace(source.id, std::make_shared<const CursorTrack>(*source.cursorTrack));
+        if (source.cursorTrack)
+            cursorTracks.emplace(source.id, std::make_shared<const CursorTrack>(*source.cursorTrack));
     }
 
     VideoComposition video;
@@ -292,9 +292,9 @@ std::optional<VideoComposition> build(const EditPlan& plan, const Composition& c
                                    .sourcesByID = &sourcesByID,
                                    .cursorTracks = &cursorTracks};
     video.instructions = makeInstructions(inputs);
-    const bool allPassthrough = std::all_of(video.instructions.begin(), video.instructions.end(), [](const auto& i) {
-        return i.passthroughTrackID != MorvaneCompositionInstruction::invalidTrackID;
-    });
+    const bool allPassthrough = std::all_of(
+        video.instructions.begin(), video.instructions.end(),
+        [](const auto& i) { return i.passthroughTrackID != MorvaneCompositionInstruction::invalidTrackID; });
     if (allPassthrough && !sourcesNeedScaling(primary, overlays, video.renderSize)) return std::nullopt;
     return video;
 }

@@ -73,7 +73,8 @@ void writePNG(const RGBAImage& image, const std::filesystem::path& to) {
     try {
         writeFileAtomically(to, bytes);
     } catch (const std::filesystem::filesystem_error& e) {
-        throw EngineError::exportFailed(fmt::format("Could not write {}: {}", to.string(), e.code().message()));
+        throw EngineError::exportFailed(
+            fmt::format("Could not write {}: {}", to.string(), e.code().message()));
     }
 }
 

@@ -63,9 +63,9 @@ struct CounterMovieOptions {
     int width = 320;
     int height = 240;
     int framesPerSecond = 30;
-    int keyFrameInterval = 30;             ///< frames between key frames
-    int palette = 0;                        ///< 0: black and white cells; 1: blue and yellow (another source)
-    std::optional<double> toneHz;           ///< a sine at half scale on the audio track, when given
+    int keyFrameInterval = 30;     ///< frames between key frames
+    int palette = 0;               ///< 0: black and white cells; 1: blue and yellow (another source)
+    std::optional<double> toneHz;  ///< a sine at half scale on the audio track, when given
 };
 
 /// The cells of a counter frame: 4 across, 3 down, covering the picture, bit 0 top left, row by row.
@@ -80,8 +80,8 @@ std::filesystem::path makeCounterMovie(const std::filesystem::path& output, doub
 
 /// The frame number shown by a counter picture of 8-bit RGBA (`rgba`, `width` × `height`), placed on it
 /// at the rectangle `x`, `y`, `w`, `h` (pixels); nothing when a cell is neither clearly on nor off.
-[[nodiscard]] std::optional<int> readCounter(const std::uint8_t* rgba, int width, int height, double x, double y,
-                                             double w, double h);
+[[nodiscard]] std::optional<int> readCounter(const std::uint8_t* rgba, int width, int height, double x,
+                                             double y, double w, double h);
 
 /// The bytes of `path` from the start, `keepBytes` of them, written to `output` (a file cut short).
 std::filesystem::path truncateCopy(const std::filesystem::path& path, const std::filesystem::path& output,

@@ -13,12 +13,12 @@
 namespace morvane::engine {
 
 struct AudioFinishingOptions {
-    std::vector<TimeSpan> speechSpans;                    ///< program ranges in which someone speaks
+    std::vector<TimeSpan> speechSpans;                     ///< program ranges in which someone speaks
     LoudnessTarget loudnessTarget = LoudnessTarget::none;  ///< of the programme
-    float primaryLoudnessGain = 1.0f;                     ///< linear gain on the primary clips
-    int crossfadeFrames = 3;                              ///< length of the ramps at cuts, in frames
-    float musicDuckLevel = 0.25f;                         ///< linear level of music under speech
-    double duckRampSeconds = 0.2;                         ///< length of the ducking ramps
+    float primaryLoudnessGain = 1.0f;                      ///< linear gain on the primary clips
+    int crossfadeFrames = 3;                               ///< length of the ramps at cuts, in frames
+    float musicDuckLevel = 0.25f;                          ///< linear level of music under speech
+    double duckRampSeconds = 0.2;                          ///< length of the ducking ramps
 
     /// For playback in the editor: no loudness target.
     [[nodiscard]] static AudioFinishingOptions preview() { return {}; }

@@ -4,7 +4,8 @@
 /// and music that ducks under speech.
 ///
 ///     AudioMixInputParameters primary{.trackID = 2};
-///     AudioMixBuilder::applyPrimaryEnvelope(primary, clips, frameDuration, AudioFinishingOptions::preview());
+///     AudioMixBuilder::applyPrimaryEnvelope(primary, clips, frameDuration,
+///     AudioFinishingOptions::preview());
 ///     //  clip A ends at 10 s, clip B (another source moment) starts there, 30 fps, 3 frames:
 ///     //      level ──────╲            ╱──────
 ///     //                   ╲__________╱           ramps of 0.1 s that meet at 0 at the cut
@@ -36,8 +37,8 @@ inline constexpr double edgeRampSeconds = 0.01;
                                             std::span<const ProgramClip> overlayClips,
                                             std::optional<std::int32_t> overlayTrack,
                                             std::span<const ProgramClip> musicClips,
-                                            std::span<const std::int32_t> musicTracks, RationalTime frameDuration,
-                                            const AudioFinishingOptions& options);
+                                            std::span<const std::int32_t> musicTracks,
+                                            RationalTime frameDuration, const AudioFinishingOptions& options);
 
 /// The primary speech: each clip at its level times `primaryLoudnessGain`, ramping from and to silence
 /// over `crossfadeFrames` frame durations at each cut (held to half the clip).

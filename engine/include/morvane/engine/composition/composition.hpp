@@ -35,9 +35,9 @@ struct CompositionSource {
         solidColor,  ///< a plate of one colour
     };
     Kind kind = Kind::empty;
-    std::string path;        ///< the file, for `media` and `still`
-    std::string sourceID;    ///< the plan's source id, when it came from one
-    BackgroundColor color;   ///< for `solidColor`
+    std::string path;       ///< the file, for `media` and `still`
+    std::string sourceID;   ///< the plan's source id, when it came from one
+    BackgroundColor color;  ///< for `solidColor`
 
     [[nodiscard]] static CompositionSource media(std::string path, std::string sourceID = {}) {
         return {Kind::media, std::move(path), std::move(sourceID), {}};
@@ -101,11 +101,13 @@ struct Composition {
 
     /// Adds an empty track and returns its id: `preferredTrackID` when given and free, else the lowest free
     /// id from 1.
-    std::int32_t addMutableTrack(CompositionMediaType mediaType, std::optional<std::int32_t> preferredTrackID = {});
+    std::int32_t addMutableTrack(CompositionMediaType mediaType,
+                                 std::optional<std::int32_t> preferredTrackID = {});
     [[nodiscard]] CompositionTrack* mutableTrack(std::int32_t trackID) noexcept;
     [[nodiscard]] const CompositionTrack* track(std::int32_t trackID) const noexcept;
     /// The tracks of `mediaType`, in id order.
-    [[nodiscard]] std::vector<const CompositionTrack*> tracksWithMediaType(CompositionMediaType mediaType) const;
+    [[nodiscard]] std::vector<const CompositionTrack*> tracksWithMediaType(
+        CompositionMediaType mediaType) const;
     /// The end of the longest track.
     [[nodiscard]] RationalTime duration() const noexcept;
 

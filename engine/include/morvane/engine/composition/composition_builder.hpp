@@ -49,11 +49,11 @@ struct CompositionBuildOptions {
 
 /// What the builder learns of a source before placing it.
 struct CompositionSourceInfo {
-    std::string path;           ///< the file read
+    std::string path;  ///< the file read
     bool hasVideo = false;
     bool hasAudio = false;
-    bool isStill = false;       ///< a single picture
-    RenderSize naturalSize;     ///< of the picture as decoded
+    bool isStill = false;                ///< a single picture
+    RenderSize naturalSize;              ///< of the picture as decoded
     AffineTransform preferredTransform;  ///< turns the picture upright, landing at the origin
     RationalTime videoDuration;
     RationalTime audioDuration;
@@ -78,25 +78,28 @@ inline constexpr double shortestPlateSeconds = 0.1;
 /// `readerFailed` for one that can't be read; `OperationCancelled` on a stop. Nothing is left behind by
 /// a failed build.
 [[nodiscard]] CompositionBuildResult build(const EditPlan& plan, const AudioFinishingOptions& options,
-                                           const CompositionBuildOptions& buildOptions = {}, std::stop_token stop = {});
+                                           const CompositionBuildOptions& buildOptions = {},
+                                           std::stop_token stop = {});
 
 /// The file to read for `source`: its override when one is given and the file exists, else the source's
 /// url as a file URL ("file:///a%20b.mov" -> "/a b.mov") or, failing that, as a path.
-[[nodiscard]] std::string resolvedURL(const EditPlanSource& source, const std::map<std::string, std::string>& overrides);
+[[nodiscard]] std::string resolvedURL(const EditPlanSource& source,
+                                      const std::map<std::string, std::string>& overrides);
 
 /// The source of `clip`. Throws `EngineError::decodeFailed` "Clip references missing source " + id.
-[[nodiscard]] const EditPlanSource& requiredSource(const ProgramClip& clip,
-                                                   const std::map<std::string, const EditPlanSource*>& sourcesByID);
+[[nodiscard]] const EditPlanSource& requiredSource(
+    const ProgramClip& clip, const std::map<std::string, const EditPlanSource*>& sourcesByID);
 
 /// The clips on track "overlay" that are not text; without `includeImages` (and with a source table),
 /// also those whose source is a picture file.
-[[nodiscard]] std::vector<ProgramClip> overlayVideoClips(std::span<const ProgramClip> clips,
-                                                         const std::map<std::string, const EditPlanSource*>& sourcesByID,
-                                                         bool includeImages);
+[[nodiscard]] std::vector<ProgramClip> overlayVideoClips(
+    std::span<const ProgramClip> clips, const std::map<std::string, const EditPlanSource*>& sourcesByID,
+    bool includeImages);
 
 /// Clips sorted stably by program start, each put in the first lane that ends no more than 0.001 s after
 /// the clip starts (its program length at its speed), or in a new lane. One list per lane.
-[[nodiscard]] std::vector<std::vector<ProgramClip>> packNonOverlappingLanes(std::span<const ProgramClip> clips);
+[[nodiscard]] std::vector<std::vector<ProgramClip>> packNonOverlappingLanes(
+    std::span<const ProgramClip> clips);
 
 /// The latest end among `clips` in seconds (speed applied); 0.0 without clips.
 [[nodiscard]] double auxiliaryTimelineDuration(std::span<const ProgramClip> clips);

@@ -47,7 +47,8 @@ class CompositionRenderer {
     [[nodiscard]] VideoFrame frame(RationalTime time);
 
     /// The mixed program audio, mono. Throws as the audio readers do, and `OperationCancelled`.
-    [[nodiscard]] PCMBuffer renderAudio(const AudioRenderOptions& options = {}, const ProgressCallback& progress = {});
+    [[nodiscard]] PCMBuffer renderAudio(const AudioRenderOptions& options = {},
+                                        const ProgressCallback& progress = {});
 
     /// The program's length.
     [[nodiscard]] RationalTime duration() const noexcept;

@@ -51,7 +51,9 @@ struct AffineTransform {
     [[nodiscard]] AffineTransform concatenating(const AffineTransform& then) const noexcept;
     /// The transform that undoes this one; nothing when it collapses the plane.
     [[nodiscard]] std::optional<AffineTransform> inverted() const noexcept;
-    [[nodiscard]] PointD apply(PointD p) const noexcept { return {a * p.x + c * p.y + tx, b * p.x + d * p.y + ty}; }
+    [[nodiscard]] PointD apply(PointD p) const noexcept {
+        return {a * p.x + c * p.y + tx, b * p.x + d * p.y + ty};
+    }
     /// The smallest upright rectangle holding `rect` transformed.
     [[nodiscard]] RectD boundingBox(const RectD& rect) const noexcept;
     /// Whether every component is within `tolerance` of `other`'s.

@@ -4,7 +4,8 @@
 /// soft shadow.
 ///
 ///     FrameStyleRenderer frames;
-///     auto placed = frames.apply(canvas, picture, placement, slot, ClipPresentationStyle::demoDefault(), 0.0,
+///     auto placed = frames.apply(canvas, picture, placement, slot, ClipPresentationStyle::demoDefault(),
+///     0.0,
 ///                                1.0f, nullptr);
 ///     //  canvas: gradient backdrop, shadow 22 px below, the picture fitted into the padded rectangle
 ///
@@ -36,6 +37,17 @@ struct FrameGeometry {
     friend bool operator==(const FrameGeometry&, const FrameGeometry&) = default;
 };
 
+/// Where a picture goes once framed, and the shape that holds it.
+struct FramePlan {
+    AffineTransform transform;  ///< the picture's pixels to the canvas
+    std::optional<RectD> clip;  ///< the picture is kept inside this rectangle...
+    double clipRadius = 0.0;    ///< ...with corners of this radius (pixels)
+    bool framed = false;        ///< a backdrop is drawn under it
+    FrameGeometry geometry;     ///< when framed
+
+    friend bool operator==(const FramePlan&, const FramePlan&) = default;
+};
+
 class FrameStyleRenderer {
   public:
     /// The colour a blurred-source background falls back to with no frame to blur.
@@ -53,8 +65,25 @@ class FrameStyleRenderer {
     /// `slotCornerRadius` (a fraction of the canvas's shorter side) when that is above 0.01 px.
     /// `backgroundImage` is the style's picture background, when it has one.
     AffineTransform apply(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& placement,
-                          const std::optional<RectD>& clipRect, const std::optional<ClipPresentationStyle>& style,
-                          double slotCornerRadius, float opacity, const RGBAImage* backgroundImage);
+                          const std::optional<RectD>& clipRect,
+                          const std::optional<ClipPresentationStyle>& style, double slotCornerRadius,
+                          float opacity, const RGBAImage* backgroundImage);
+
+    /// Where a picture of `sourceSize`, placed by `placement` and held to `clipRect`, lands under `style`
+    /// on a canvas of `canvas`, as `apply` draws it.
+    [[nodiscard]] static FramePlan plan(PixelSize sourceSize, const AffineTransform& placement,
+                                        const std::optional<RectD>& clipRect,
+                                        const std::optional<ClipPresentationStyle>& style,
+                                        double slotCornerRadius, PixelSize canvas);
+
+    /// The backdrop of a framed `plan` (background and shadow) over `canvas` at `opacity`. `source` is the
+    /// clip's frame at any size (for a blurred-source background), `image` the style's picture.
+    void drawBackdrop(RGBAImage& canvas, const FramePlan& plan, const ClipPresentationStyle& style,
+                      float opacity, const RGBAImage* source, const RGBAImage* image);
+
+    /// `picture` laid over `canvas` by `transform`, held to the plan's shape.
+    static void drawPicture(RGBAImage& canvas, const RGBAImage& picture, const AffineTransform& transform,
+                            float opacity, const FramePlan& plan);
 
     /// The background of `style` over `out` (sized to `extent`): transparent, a colour, a gradient,
     /// `image` scaled to fill, or `source` blurred (the fallback colour without one).
@@ -76,8 +105,8 @@ class FrameStyleRenderer {
         RGBAImage shadow;      // empty without a shadow
         bool opaque = false;   // the background covers every pixel
     };
-    const Backdrop& backdrop(const ClipPresentationStyle& style, PixelSize extent, const FrameGeometry& geometry,
-                             const RGBAImage* image);
+    const Backdrop& backdrop(const ClipPresentationStyle& style, PixelSize extent,
+                             const FrameGeometry& geometry, const RGBAImage* image);
 
     std::vector<Backdrop> backdrops_;  // the last few, newest last
     RGBAImage frameBackground_;

@@ -39,18 +39,19 @@ struct MorvaneCompositorLayer {
     float opacity = 1.0f;            ///< 0.0–1.0, at the start of the range
     float opacityEnd = 1.0f;         ///< at its end: a transition ramps linearly between the two
     std::optional<ClipMatte> matte;
-    std::optional<std::string> fillURL;        ///< image file of a matte's image fill
+    std::optional<std::string> fillURL;  ///< image file of a matte's image fill
     Kind kind = Kind::video;
-    bool isOverlay = false;                    ///< drawn above the main picture and titles
+    bool isOverlay = false;  ///< drawn above the main picture and titles
     std::optional<ClipPresentationStyle> presentationStyle;
     std::optional<std::string> backgroundURL;  ///< image file of the style's image background
     double slotCornerRadius = 0.0;             ///< the slot's corner, fraction of the output's shorter side
-    std::shared_ptr<const CursorTrack> cursorTrack;  ///< pointer path to draw (shared, never copied per range)
+    std::shared_ptr<const CursorTrack>
+        cursorTrack;  ///< pointer path to draw (shared, never copied per range)
     std::optional<CursorStyle> cursorStyle;
-    RenderSize sourceSize;                     ///< size of the source picture as decoded
-    std::optional<RectD> clipRect;             ///< canvas pixels the picture is held to (its slot)
-    RationalTime clipTimelineStart;            ///< the clip's program start
-    double clipSourceStart = 0.0;              ///< the clip's source start, seconds
+    RenderSize sourceSize;           ///< size of the source picture as decoded
+    std::optional<RectD> clipRect;   ///< canvas pixels the picture is held to (its slot)
+    RationalTime clipTimelineStart;  ///< the clip's program start
+    double clipSourceStart = 0.0;    ///< the clip's source start, seconds
     double playbackRate = 1.0;
 
     /// Whether the placement moves across the range.
@@ -78,7 +79,8 @@ struct MorvaneCompositionInstruction {
     std::int32_t passthroughTrackID = invalidTrackID;
     std::vector<MorvaneCompositorLayer> layers;  ///< bottom to top
 
-    friend bool operator==(const MorvaneCompositionInstruction&, const MorvaneCompositionInstruction&) = default;
+    friend bool operator==(const MorvaneCompositionInstruction&,
+                           const MorvaneCompositionInstruction&) = default;
 };
 
 /// The instructions of a whole composition, and the canvas they draw on.

@@ -44,7 +44,8 @@ enum class TrackRole { primary, overlay };
 [[nodiscard]] std::optional<VideoComposition> build(const EditPlan& plan, const Composition& composition,
                                                     const TrackContext& primary,
                                                     const std::vector<TrackContext>& overlays,
-                                                    std::span<const ProgramClip> textClips, bool includeTextAnimation);
+                                                    std::span<const ProgramClip> textClips,
+                                                    bool includeTextAnimation);
 
 /// Everything `makeInstructions` reads.
 struct InstructionInputs {
