@@ -77,6 +77,8 @@ TEST_F(CompositionRendererMedia, everyFrameAcrossCutsIsTheSourceFrameOfItsProgra
                                   AudioFinishingOptions::preview()));
     // Program: [0,2) <- source 2..4, [2,3) <- 7..8, [3,3.5) <- 12..12.5.
     ASSERT_EQ(renderer.frameCount(), 105);
+    // Every source at the output size and nothing over it: no compositing at all.
+    EXPECT_FALSE(renderer.build().videoComposition.has_value());
     for (std::int64_t i = 0; i < renderer.frameCount(); ++i) {
         const int expected = i < 60   ? 60 + static_cast<int>(i)
                              : i < 90 ? 210 + static_cast<int>(i - 60)
@@ -194,6 +196,14 @@ TEST_F(CompositionRendererMedia, timeBeyondThePrimaryShowsThePlateAndOutsideTheP
         }
     }
     EXPECT_EQ(counter(renderer.frame(at(0.0))), 120);  // the renderer goes on after a failed frame
+
+    // With nothing but sound, the whole program is a plate.
+    const auto alone = CompositionBuilder::build(plan({music}), AudioFinishingOptions::preview());
+    const CompositionTrack* primary = alone.composition.track(1);
+    ASSERT_NE(primary, nullptr);
+    ASSERT_EQ(primary->segments.size(), 1u);
+    EXPECT_EQ(primary->segments[0].source.kind, CompositionSource::Kind::solidColor);
+    EXPECT_EQ(primary->segments[0].target.end.compare(at(3.0)), 0);
 }
 
 // ---- audio ----

@@ -108,22 +108,26 @@ struct CompositionRenderer::Impl {
     DecoderSlot& decoderFor(const std::string& path, double seconds) {
         DecoderSlot* reachable = nullptr;
         DecoderSlot* oldest = nullptr;
+        DecoderSlot* any = nullptr;
         std::size_t count = 0;
         for (auto& slot : decoders) {
             if (slot.path != path) continue;
             ++count;
+            any = &slot;
             if (slot.lastFrame == frameNumber) continue;  // already showing another moment in this frame
             if (slot.decoder->reachesWithoutSeeking(seconds) &&
                 (reachable == nullptr || slot.decoder->position() > reachable->decoder->position()))
                 reachable = &slot;
             if (oldest == nullptr || slot.lastFrame < oldest->lastFrame) oldest = &slot;
         }
-        DecoderSlot* chosen = reachable;
-        if (chosen == nullptr && (count < kDecodersPerFile || oldest == nullptr)) {
+        // Another decoder is opened only for a moment that the ones in use for this frame can't show;
+        // otherwise the least recently used one seeks.
+        DecoderSlot* chosen = reachable != nullptr ? reachable : oldest;
+        if (chosen == nullptr && count < kDecodersPerFile) {
             decoders.push_back({path, std::make_unique<ffmpeg::VideoDecoder>(path, stop), 0});
             chosen = &decoders.back();
         }
-        if (chosen == nullptr) chosen = oldest;
+        if (chosen == nullptr) chosen = any;  // more moments of one file in a frame than decoders: share
         chosen->lastFrame = frameNumber;
         return *chosen;
     }

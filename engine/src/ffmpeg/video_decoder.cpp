@@ -140,7 +140,7 @@ void VideoDecoder::seekTo(double seconds) {
 
 std::shared_ptr<const DecodedPicture> VideoDecoder::pictureAt(double seconds) {
     if (still_ && current_) return current_;
-    if ((current_ || next_) && !reachesWithoutSeeking(seconds)) seekTo(seconds);
+    if (!reachesWithoutSeeking(seconds)) seekTo(seconds);
     if (!current_) {
         if (!next_ && !decodeNext()) {
             throw EngineError::readerFailed(fmt::format("{} has no picture at {:.3f} s", name_, seconds));

@@ -41,10 +41,13 @@ void draw(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& tra
         box = {x0, y0, std::min(box.maxX(), clip->rect.maxX() + 1.0) - x0,
                std::min(box.maxY(), clip->rect.maxY() + 1.0) - y0};
     }
-    const int xBegin = std::max(0, static_cast<int>(std::floor(box.x)));
-    const int yBegin = std::max(0, static_cast<int>(std::floor(box.y)));
-    const int xEnd = std::min(canvas.width, static_cast<int>(std::ceil(box.maxX())));
-    const int yEnd = std::min(canvas.height, static_cast<int>(std::ceil(box.maxY())));
+    // Held to the canvas before becoming integers: a picture scaled far past it must not overflow them.
+    const auto column = [&](double v) { return std::clamp(v, 0.0, static_cast<double>(canvas.width)); };
+    const auto row = [&](double v) { return std::clamp(v, 0.0, static_cast<double>(canvas.height)); };
+    const auto xBegin = static_cast<int>(std::floor(column(box.x)));
+    const auto yBegin = static_cast<int>(std::floor(row(box.y)));
+    const auto xEnd = static_cast<int>(std::ceil(column(box.maxX())));
+    const auto yEnd = static_cast<int>(std::ceil(row(box.maxY())));
     if (xBegin >= xEnd || yBegin >= yEnd) return;
 
     const int alpha = static_cast<int>(std::lround(std::clamp(opacity, 0.0f, 1.0f) * 256.0f));
