@@ -12,6 +12,25 @@ inline std::uint32_t scale255(std::uint32_t value, std::uint32_t factor) noexcep
     return (value * factor + 127) / 255;
 }
 
+// Scales `c` by `weight` (0–256) and lays it over `out`.
+inline void layOver(std::uint8_t* out, std::uint32_t (&c)[4], int weight) noexcept {
+    if (weight < 256) {
+        for (auto& channel : c)
+            channel = (channel * static_cast<std::uint32_t>(weight) + 128) >> 8;
+    }
+    if (c[3] == 0) return;
+    if (c[3] >= 255) {
+        out[0] = static_cast<std::uint8_t>(c[0]);
+        out[1] = static_cast<std::uint8_t>(c[1]);
+        out[2] = static_cast<std::uint8_t>(c[2]);
+        out[3] = 255;
+        return;
+    }
+    const std::uint32_t keep = 255 - c[3];
+    for (int k = 0; k < 4; ++k)
+        out[k] = static_cast<std::uint8_t>(std::min<std::uint32_t>(c[k] + scale255(out[k], keep), 255));
+}
+
 // The pixel-wide band over which an edge fades, as coverage from a signed distance (inside positive).
 inline int coverageFromDistance(double inside) noexcept {
     return static_cast<int>(std::lround(std::clamp(inside + 0.5, 0.0, 1.0) * 256.0));
@@ -59,6 +78,13 @@ void draw(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& tra
         solid = {clip->rect.x + inset, clip->rect.y + inset, clip->rect.width - 2 * inset,
                  clip->rect.height - 2 * inset};
     }
+    // The opacity times the clip's coverage of the pixel in column `x` of a row centred at `cy`.
+    const auto weightAt = [&](int x, bool rowSolid, double cy) {
+        if (!clip) return alpha;
+        const double cx = x + 0.5;
+        if (rowSolid && cx > solid.x && cx < solid.maxX()) return alpha;
+        return (alpha * coverage(*clip, cx, cy)) >> 8;
+    };
     const bool wholePixelMove = transform.a == 1.0 && transform.d == 1.0 && transform.b == 0.0 &&
                                 transform.c == 0.0 && transform.tx == std::round(transform.tx) &&
                                 transform.ty == std::round(transform.ty);
@@ -76,29 +102,14 @@ void draw(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& tra
             const std::uint8_t* in = source.pixel(from - dx, j);
             std::uint8_t* out = canvas.pixel(from, y);
             for (int x = from; x < to; ++x, in += 4, out += 4) {
-                int weight = alpha;
-                if (clip) {
-                    const double cx = x + 0.5;
-                    if (!(rowSolid && cx > solid.x && cx < solid.maxX())) {
-                        const int cover = coverage(*clip, cx, cy);
-                        if (cover == 0) continue;
-                        weight = (weight * cover) >> 8;
-                    }
-                }
+                const int weight = weightAt(x, rowSolid, cy);
+                if (weight == 0) continue;
                 if (weight >= 256 && in[3] == 255) {
                     std::memcpy(out, in, 4);
                     continue;
                 }
                 std::uint32_t c[4] = {in[0], in[1], in[2], in[3]};
-                if (weight < 256) {
-                    for (auto& channel : c)
-                        channel = (channel * static_cast<std::uint32_t>(weight) + 128) >> 8;
-                }
-                if (c[3] == 0) continue;
-                const std::uint32_t keep = 255 - c[3];
-                for (int k = 0; k < 4; ++k)
-                    out[k] = static_cast<std::uint8_t>(
-                        std::min<std::uint32_t>(c[k] + scale255(out[k], keep), 255));
+                layOver(out, c, weight);
             }
         }
         return;
@@ -126,15 +137,8 @@ void draw(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& tra
             const auto i = static_cast<int>(u >> 16);
             const auto j = static_cast<int>(v >> 16);
             if (i < -1 || j < -1 || i >= sw || j >= sh) continue;
-            int weight = alpha;
-            if (clip) {
-                const double cx = x + 0.5;
-                if (!(rowSolid && cx > solid.x && cx < solid.maxX())) {
-                    const int cover = coverage(*clip, cx, cy);
-                    if (cover == 0) continue;
-                    weight = (weight * cover) >> 8;
-                }
-            }
+            const int weight = weightAt(x, rowSolid, cy);
+            if (weight == 0) continue;
             const auto fu = static_cast<std::uint32_t>((u >> 8) & 0xFF);
             const auto fv = static_cast<std::uint32_t>((v >> 8) & 0xFF);
             const std::uint8_t* p00;
@@ -159,22 +163,7 @@ void draw(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& tra
             std::uint32_t c[4];
             for (int k = 0; k < 4; ++k)
                 c[k] = (p00[k] * w00 + p10[k] * w10 + p01[k] * w01 + p11[k] * w11 + 32768) >> 16;
-            if (weight < 256) {
-                for (auto& channel : c)
-                    channel = (channel * static_cast<std::uint32_t>(weight) + 128) >> 8;
-            }
-            if (c[3] == 0) continue;
-            if (c[3] >= 255) {
-                out[0] = static_cast<std::uint8_t>(c[0]);
-                out[1] = static_cast<std::uint8_t>(c[1]);
-                out[2] = static_cast<std::uint8_t>(c[2]);
-                out[3] = 255;
-                continue;
-            }
-            const std::uint32_t keep = 255 - c[3];
-            for (int k = 0; k < 4; ++k)
-                out[k] =
-                    static_cast<std::uint8_t>(std::min<std::uint32_t>(c[k] + scale255(out[k], keep), 255));
+            layOver(out, c, weight);
         }
     }
 }

@@ -12,6 +12,7 @@
 
 namespace morvane::engine {
 
+/// How the primary speech, cuts and music are finished.
 struct AudioFinishingOptions {
     std::vector<TimeSpan> speechSpans;                     ///< program ranges in which someone speaks
     LoudnessTarget loudnessTarget = LoudnessTarget::none;  ///< of the programme

@@ -28,6 +28,7 @@ enum class CompositionMediaType { video, audio };
 
 /// What a segment plays.
 struct CompositionSource {
+    /// What kind of material.
     enum class Kind {
         empty,       ///< nothing: the background shows, silence plays
         media,       ///< a range of a file's first track of the track's type
@@ -39,12 +40,15 @@ struct CompositionSource {
     std::string sourceID;   ///< the plan's source id, when it came from one
     BackgroundColor color;  ///< for `solidColor`
 
+    /// A range of a file's track.
     [[nodiscard]] static CompositionSource media(std::string path, std::string sourceID = {}) {
         return {Kind::media, std::move(path), std::move(sourceID), {}};
     }
+    /// One picture of a file, held.
     [[nodiscard]] static CompositionSource still(std::string path, std::string sourceID = {}) {
         return {Kind::still, std::move(path), std::move(sourceID), {}};
     }
+    /// A plate of `color`.
     [[nodiscard]] static CompositionSource solidColor(BackgroundColor color) {
         return {Kind::solidColor, {}, {}, color};
     }
@@ -59,6 +63,7 @@ struct CompositionSegment {
     TimeSpan sourceRange;  ///< in the source's own time
     TimeSpan target;       ///< in composition time
 
+    /// Whether nothing plays here.
     [[nodiscard]] bool isEmpty() const noexcept { return source.kind == CompositionSource::Kind::empty; }
     /// Whether the source plays at another speed than its own.
     [[nodiscard]] bool isScaled() const noexcept;
@@ -103,7 +108,9 @@ struct Composition {
     /// id from 1.
     std::int32_t addMutableTrack(CompositionMediaType mediaType,
                                  std::optional<std::int32_t> preferredTrackID = {});
+    /// The track `trackID`, to edit; null when there is none.
     [[nodiscard]] CompositionTrack* mutableTrack(std::int32_t trackID) noexcept;
+    /// The track `trackID`; null when there is none.
     [[nodiscard]] const CompositionTrack* track(std::int32_t trackID) const noexcept;
     /// The tracks of `mediaType`, in id order.
     [[nodiscard]] std::vector<const CompositionTrack*> tracksWithMediaType(

@@ -33,6 +33,7 @@ struct AudioRenderOptions {
     std::optional<TimeSpan> range;  ///< program time; the whole program when absent
 };
 
+/// Renders the frames and sound of one built composition; one thread at a time.
 class CompositionRenderer {
   public:
     /// A renderer of `build`. `stop` ends any decode in progress with `OperationCancelled`.
@@ -56,6 +57,7 @@ class CompositionRenderer {
     [[nodiscard]] std::int64_t frameCount() const noexcept;
     /// The start of frame `index`.
     [[nodiscard]] RationalTime frameTime(std::int64_t index) const;
+    /// What is being rendered.
     [[nodiscard]] const CompositionBuildResult& build() const noexcept;
 
   private:

@@ -26,11 +26,14 @@ struct RectD {
     double width = 0.0;
     double height = 0.0;
 
+    /// The right edge.
     [[nodiscard]] double maxX() const noexcept { return x + width; }
+    /// The bottom edge.
     [[nodiscard]] double maxY() const noexcept { return y + height; }
     friend bool operator==(const RectD&, const RectD&) = default;
 };
 
+/// A placement of one picture on another: a linear map followed by a move.
 struct AffineTransform {
     double a = 1.0;
     double b = 0.0;
@@ -39,10 +42,13 @@ struct AffineTransform {
     double tx = 0.0;
     double ty = 0.0;
 
+    /// Leaves every point where it is.
     [[nodiscard]] static AffineTransform identity() noexcept { return {}; }
+    /// Moves by (`x`, `y`).
     [[nodiscard]] static AffineTransform translation(double x, double y) noexcept {
         return {1, 0, 0, 1, x, y};
     }
+    /// Scales about the origin.
     [[nodiscard]] static AffineTransform scale(double x, double y) noexcept { return {x, 0, 0, y, 0, 0}; }
     /// A turn by `radians`, clockwise on screen (y points down).
     [[nodiscard]] static AffineTransform rotation(double radians) noexcept;
@@ -51,6 +57,7 @@ struct AffineTransform {
     [[nodiscard]] AffineTransform concatenating(const AffineTransform& then) const noexcept;
     /// The transform that undoes this one; nothing when it collapses the plane.
     [[nodiscard]] std::optional<AffineTransform> inverted() const noexcept;
+    /// Where `p` lands.
     [[nodiscard]] PointD apply(PointD p) const noexcept {
         return {a * p.x + c * p.y + tx, b * p.x + d * p.y + ty};
     }

@@ -42,6 +42,7 @@ struct CursorPlacement {
     float opacity = 1.0f;
 };
 
+/// Draws pointers, keeping smoothed tracks and the arrow between frames.
 class CursorLayerRenderer {
   public:
     /// The pointer's height at size 1.0, in canvas pixels.

@@ -48,6 +48,7 @@ struct FramePlan {
     friend bool operator==(const FramePlan&, const FramePlan&) = default;
 };
 
+/// Draws the framed look, keeping what does not change between frames.
 class FrameStyleRenderer {
   public:
     /// The colour a blurred-source background falls back to with no frame to blur.

@@ -37,11 +37,13 @@ struct VideoCompositionRequest {
     std::map<std::int32_t, VideoFrame> sourceFrames;  ///< by track id, each fetched once
 };
 
+/// Draws the frames of one video composition.
 class MorvaneVideoCompositor {
   public:
     /// The text of a frame that cannot be drawn.
     static constexpr const char* missingInstructionText = "Missing composition instruction or pixel buffer";
 
+    /// A compositor that draws on a canvas of `renderSize`.
     explicit MorvaneVideoCompositor(PixelSize renderSize);
     ~MorvaneVideoCompositor();
     MorvaneVideoCompositor(const MorvaneVideoCompositor&) = delete;
@@ -55,6 +57,7 @@ class MorvaneVideoCompositor {
     /// A frame of the background alone (transparent black, shown black).
     [[nodiscard]] VideoFrame backgroundFrame();
 
+    /// The canvas size.
     [[nodiscard]] PixelSize renderSize() const noexcept { return renderSize_; }
 
   private:

@@ -39,8 +39,11 @@ struct RGBAImage {
     /// A picture of `size` where every pixel is `color` (transparent black by default).
     [[nodiscard]] static RGBAImage filled(PixelSize size, RGBA8 color = {});
 
+    /// Width and height.
     [[nodiscard]] PixelSize size() const noexcept { return {width, height}; }
+    /// Whether there is no pixel at all.
     [[nodiscard]] bool empty() const noexcept { return width <= 0 || height <= 0; }
+    /// The four bytes of column `x`, row `y` (unchecked).
     [[nodiscard]] std::uint8_t* pixel(int x, int y) noexcept {
         return pixels.data() + (static_cast<std::size_t>(y) * width + x) * 4;
     }

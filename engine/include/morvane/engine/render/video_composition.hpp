@@ -28,6 +28,7 @@ namespace morvane::engine {
 
 /// One picture in one instruction.
 struct MorvaneCompositorLayer {
+    /// A source picture, or titles drawn on the picture.
     enum class Kind { video, titles };
 
     /// Transform components closer than this count as equal.

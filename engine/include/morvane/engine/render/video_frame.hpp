@@ -19,6 +19,7 @@ namespace morvane::engine {
 /// A decoded source picture; its contents are private to the engine's media layer.
 struct DecodedPicture;
 
+/// A program frame, shared cheaply by reference.
 class VideoFrame {
   public:
     /// An empty frame (no picture).
@@ -28,8 +29,11 @@ class VideoFrame {
     /// A source picture passed through untouched.
     explicit VideoFrame(std::shared_ptr<const DecodedPicture> picture) noexcept;
 
+    /// Whether the frame holds no picture.
     [[nodiscard]] bool empty() const noexcept { return !image_ && !picture_; }
+    /// Whether the frame is a decoded source picture, not converted.
     [[nodiscard]] bool isPassthrough() const noexcept { return picture_ != nullptr; }
+    /// The picture's size in pixels.
     [[nodiscard]] PixelSize size() const noexcept;
     /// The composited picture; null for a passthrough frame.
     [[nodiscard]] const RGBAImage* image() const noexcept { return image_.get(); }
