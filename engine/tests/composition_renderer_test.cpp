@@ -206,6 +206,28 @@ TEST_F(CompositionRendererMedia, timeBeyondThePrimaryShowsThePlateAndOutsideTheP
     EXPECT_EQ(primary->segments[0].target.end.compare(at(3.0)), 0);
 }
 
+TEST_F(CompositionRendererMedia, aTurnedRecordingShowsUpright) {
+    const morvane::testing::TempDir dir;
+    const auto phone =
+        morvane::testing::makeCounterMovie(dir.path() / "phone.mov", 1.0, {.rotationDegrees = 90});
+    EditPlan p = plan({keep("phone", 0.0, 1.0)});
+    p.timeline.renderSize = "240x320";
+    p.sources.push_back({.id = "phone", .url = phone.string(), .frameDuration = "1/30"});
+    CompositionRenderer renderer(CompositionBuilder::build(p, AudioFinishingOptions::preview()));
+    // Frame 5 sets bits 0 and 2: the top row's first and third cells. Shown as players show it, turned a
+    // quarter counter-clockwise, the stored point (x, y) lands at (y, 320 - x).
+    const RGBAImage image = renderer.frame(RationalTime{5, 30}).toRGBA();
+    ASSERT_EQ(image.size(), (PixelSize{240, 320}));
+    const auto level = [&](int x, int y) {
+        const auto* px = image.pixel(x, y);
+        return (px[0] + px[1] + px[2]) / 3;
+    };
+    EXPECT_GT(level(40, 320 - 40), 200);   // bit 0
+    EXPECT_LT(level(40, 320 - 120), 60);   // bit 1
+    EXPECT_GT(level(40, 320 - 200), 200);  // bit 2
+    EXPECT_LT(level(120, 320 - 40), 60);   // bit 4
+}
+
 // ---- audio ----
 
 double largestStep(std::span<const float> samples) {

@@ -194,6 +194,13 @@ std::filesystem::path makeCounterMovie(const std::filesystem::path& output, doub
                 {"-c:v", "libx264", "-preset", "ultrafast", "-qp", "8", "-bf", "2", "-g",
                  std::to_string(options.keyFrameInterval), "-pix_fmt", "yuv420p", output.string()});
     runFfmpeg(args);
+    if (options.rotationDegrees != 0) {
+        // Only a stream copy writes the turn into the container's display matrix.
+        const std::filesystem::path turned = output.string() + ".turned" + output.extension().string();
+        runFfmpeg({"-i", output.string(), "-c", "copy", "-metadata:s:v:0",
+                   "rotate=" + std::to_string(options.rotationDegrees), turned.string()});
+        std::filesystem::rename(turned, output);
+    }
     std::filesystem::remove(raw);
     if (!wav.empty()) std::filesystem::remove(wav);
     return output;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "morvane/engine/composition/composition_builder.hpp"
+
 namespace morvane::engine::VideoCompositionBuilder {
 namespace {
 
@@ -157,7 +159,7 @@ std::optional<MorvaneCompositorLayer> compositorLayer(const ProgramClip& clip, T
         const auto urlOf = [&](const std::string& id) -> std::optional<std::string> {
             const auto it = inputs.sourcesByID->find(id);
             if (it == inputs.sourcesByID->end()) return std::nullopt;
-            return it->second->url;
+            return CompositionBuilder::resolvedURL(*it->second, {});
         };
         if (clip.matte && clip.matte->fill.kind() == ClipMatteFill::Case::image)
             layer.fillURL = urlOf(std::get<ImageFill>(clip.matte->fill.value).sourceID);

@@ -66,6 +66,9 @@ struct CounterMovieOptions {
     int keyFrameInterval = 30;     ///< frames between key frames
     int palette = 0;               ///< 0: black and white cells; 1: blue and yellow (another source)
     std::optional<double> toneHz;  ///< a sine at half scale on the audio track, when given
+    /// FFmpeg's "rotate" tag, written into the display matrix: 90 has players show the picture turned a
+    /// quarter counter-clockwise.
+    int rotationDegrees = 0;
 };
 
 /// The cells of a counter frame: 4 across, 3 down, covering the picture, bit 0 top left, row by row.
