@@ -1,6 +1,6 @@
 #pragma once
 
-// The compositor's pixel loops, on 8-bit premultiplied RGBA (see rgba_image.hpp).
+// The compositor's pixel loops, on 8-bit premultiplied RGBA (working space: morvane_video_compositor.hpp).
 //
 // Placing a picture: every canvas pixel centre p inside the placed picture's box is carried back through
 // the inverse transform to the source, q = T⁻¹(p) − (½, ½), and the source is read there bilinearly:

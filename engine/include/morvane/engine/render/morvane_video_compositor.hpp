@@ -13,9 +13,14 @@
 /// opacity and layers with no source frame are skipped. Mattes are carried but not yet applied: the
 /// picture shows whole.
 ///
-/// Pixels are 8-bit premultiplied RGBA in the encoded values of the project's colour space (see
-/// rgba_image.hpp). One compositor serves one thread; a renderer that draws frames in parallel keeps one
-/// each.
+/// Working space, the one choice for every picture the engine composites: 8-bit RGBA, premultiplied by
+/// alpha, holding the encoded (non-linear) values of the project's colour space. Sources are converted into
+/// it once, at the decoder's edge, with their own YUV matrix and range (untagged video is read as BT.709
+/// from 720 lines up, BT.601 below); every blend, scale and blur then works on those values without
+/// linearising, as an editor's preview does. Sources recorded in another colour space than the project's
+/// are not gamut-converted.
+///
+/// One compositor serves one thread; a renderer that draws frames in parallel keeps one each.
 
 #include <cstdint>
 #include <map>

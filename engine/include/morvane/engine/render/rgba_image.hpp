@@ -5,10 +5,8 @@
 ///     RGBAImage canvas = RGBAImage::filled({1280, 720}, {0, 0, 0, 255});
 ///     std::uint8_t* p = canvas.pixel(10, 20);   // R, G, B, A of column 10, row 20
 ///
-/// Pixels are 8-bit RGBA, premultiplied by alpha, holding the encoded (non-linear) values of the project's
-/// colour space: sources are converted into it once, at the decoder's edge, with their own YUV matrix and
-/// range, and every blend happens on these values without linearising. Rows are packed (4 bytes a pixel,
-/// no padding).
+/// Pixels are 8-bit RGBA, premultiplied by alpha, in the compositor's working space (see
+/// morvane_video_compositor.hpp). Rows are packed (4 bytes a pixel, no padding).
 
 #include <cstdint>
 #include <vector>
