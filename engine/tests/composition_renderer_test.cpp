@@ -7,6 +7,7 @@
 
 #include <fmt/core.h>
 #include <cmath>
+#include <functional>
 #include <numbers>
 
 #include "morvane/engine/engine_error.hpp"
@@ -226,6 +227,39 @@ TEST_F(CompositionRendererMedia, aTurnedRecordingShowsUpright) {
     EXPECT_LT(level(40, 320 - 120), 60);   // bit 1
     EXPECT_GT(level(40, 320 - 200), 200);  // bit 2
     EXPECT_LT(level(120, 320 - 40), 60);   // bit 4
+}
+
+TEST_F(CompositionRendererMedia, framedClipsShowTheirBackgroundAroundThePicture) {
+    const morvane::testing::TempDir dir;
+    const auto red = dir.path() / "red.png";
+    writePNG(RGBAImage::filled({32, 18}, {230, 20, 20, 255}), red);
+    struct Case {
+        std::string label;
+        ClipBackgroundFill background;
+        std::function<bool(const std::uint8_t*)> corner;  // what the padding shows at (4, 4)
+    };
+    const std::vector<Case> cases{
+        {"solid", ClipBackgroundFill::solid({0.0, 0.0, 1.0, 1.0}),
+         [](const auto* p) { return p[2] == 255 && p[0] == 0; }},
+        {"image", ClipBackgroundFill::image("bg"), [](const auto* p) { return p[0] == 230 && p[1] == 20; }},
+        // The counter's top-left cell is dark at frame 30: blurred, the corner is dark but not the fallback.
+        {"blurred frame", ClipBackgroundFill::blurSource(),
+         [](const auto* p) { return p[0] < 60 && !(p[0] == 20 && p[2] == 31); }},
+    };
+    for (const auto& c : cases) {
+        EditPlanOperation op = keep("a", 1.0, 2.0);
+        op.presentationStyle = ClipPresentationStyle{.padding = 0.1, .background = c.background};
+        EditPlan p = plan({op});
+        p.sources.push_back({.id = "bg", .url = red.string(), .frameDuration = "1/30"});
+        CompositionRenderer renderer(CompositionBuilder::build(p, AudioFinishingOptions::preview()));
+        const RGBAImage image = renderer.frame(RationalTime::zero).toRGBA();
+        const auto* corner = image.pixel(4, 4);
+        EXPECT_TRUE(c.corner(corner))
+            << c.label << ": " << int(corner[0]) << " " << int(corner[1]) << " " << int(corner[2]);
+        // The picture itself, fitted into the rectangle 24 px in (256 x 192 at 32, 24), reads as frame 30.
+        EXPECT_EQ(morvane::testing::readCounter(image.pixels.data(), 320, 240, 32, 24, 256, 192), 30)
+            << c.label;
+    }
 }
 
 // ---- audio ----

@@ -109,7 +109,9 @@ void FrameStyleRenderer::backgroundImage(RGBAImage& out, const ClipPresentationS
         case ClipBackgroundFill::Case::image:
             if (image != nullptr && !image->empty())
                 pixels::draw(out, *image, fillTransform(image->size(), extent.width, extent.height), 1.0f,
-                             std::nullopt);
+                             pixels::RoundedRect{{0.0, 0.0, static_cast<double>(extent.width),
+                                                  static_cast<double>(extent.height)},
+                                                 0.0});
             return;
         case ClipBackgroundFill::Case::blurSource:
             if (source == nullptr || source->empty()) {

@@ -120,9 +120,19 @@ void draw(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& tra
     const int sw = source.width;
     const int sh = source.height;
     const std::uint8_t* texels = source.pixels.data();
+    // Held to a shape, a picture reads its edge pixels again past its edge, and the shape alone cuts it
+    // (so an edge on the canvas's border shows no fringe); free, it fades out over half a pixel.
+    const bool clampEdges = clip.has_value();
+    const std::int64_t uEnd = (static_cast<std::int64_t>(sw) << 16) - 32768;
+    const std::int64_t vEnd = (static_cast<std::int64_t>(sh) << 16) - 32768;
     static constexpr std::uint8_t kClear[4] = {0, 0, 0, 0};
     const auto texel = [&](int i, int j) -> const std::uint8_t* {
-        if (i < 0 || j < 0 || i >= sw || j >= sh) return kClear;
+        if (clampEdges) {
+            i = std::clamp(i, 0, sw - 1);
+            j = std::clamp(j, 0, sh - 1);
+        } else if (i < 0 || j < 0 || i >= sw || j >= sh) {
+            return kClear;
+        }
         return texels + (static_cast<std::size_t>(j) * sw + i) * 4;
     };
 
@@ -137,6 +147,7 @@ void draw(RGBAImage& canvas, const RGBAImage& source, const AffineTransform& tra
             const auto i = static_cast<int>(u >> 16);
             const auto j = static_cast<int>(v >> 16);
             if (i < -1 || j < -1 || i >= sw || j >= sh) continue;
+            if (clampEdges && (u < -32768 || v < -32768 || u >= uEnd || v >= vEnd)) continue;
             const int weight = weightAt(x, rowSolid, cy);
             if (weight == 0) continue;
             const auto fu = static_cast<std::uint32_t>((u >> 8) & 0xFF);
