@@ -23,6 +23,10 @@ namespace morvane::engine::ffmpeg {
 [[nodiscard]] int feedDecoder(AVFormatContext& format, int stream, AVCodecContext& codec, AVPacket& packet,
                               const std::stop_token& stop, std::string_view name);
 
+/// A decoder for `stream`, opened with `threads` threads (0: as many as suit the machine). Throws
+/// `EngineError::readerFailed` beginning with `failure` when FFmpeg has no decoder for it or refuses it.
+[[nodiscard]] CodecContextPtr openDecoder(const AVStream& stream, std::string_view failure, int threads = 1);
+
 /// The index of the first stream of `type`, or -1.
 [[nodiscard]] int firstStream(const AVFormatContext& format, AVMediaType type) noexcept;
 

@@ -43,18 +43,7 @@ MonoFloatDecoder::MonoFloatDecoder(const std::filesystem::path& path, std::stop_
     }
 
     const AVStream* stream = format_->streams[stream_];
-    const AVCodec* decoder = avcodec_find_decoder(stream->codecpar->codec_id);
-    if (decoder == nullptr) {
-        throw EngineError::readerFailed(
-            fmt::format("{}: no decoder for {}", startFailure, avcodec_get_name(stream->codecpar->codec_id)));
-    }
-    codec_.reset(avcodec_alloc_context3(decoder));
-    if (!codec_) throw std::bad_alloc();
-    if (const int rc = avcodec_parameters_to_context(codec_.get(), stream->codecpar); rc < 0)
-        throw readerError(startFailure, rc);
-    codec_->pkt_timebase = stream->time_base;
-    if (const int rc = avcodec_open2(codec_.get(), decoder, nullptr); rc < 0)
-        throw readerError(startFailure, rc);
+    codec_ = openDecoder(*stream, startFailure);
     packet_ = makePacket();
     frame_ = makeFrame();
     rate_ = std::max(codec_->sample_rate, 0);

@@ -43,21 +43,8 @@ VideoDecoder::VideoDecoder(const std::filesystem::path& path, std::stop_token st
     startTime_ = stream->start_time == AV_NOPTS_VALUE ? 0 : stream->start_time;
     still_ = isImageDemuxer(*format_) && stream->nb_frames <= 1;
 
-    const AVCodec* decoder = avcodec_find_decoder(stream->codecpar->codec_id);
-    if (decoder == nullptr) {
-        throw EngineError::readerFailed(
-            fmt::format("{}: no decoder for {}", name_, avcodec_get_name(stream->codecpar->codec_id)));
-    }
-    codec_.reset(avcodec_alloc_context3(decoder));
-    if (!codec_) throw std::bad_alloc();
-    if (const int rc = avcodec_parameters_to_context(codec_.get(), stream->codecpar); rc < 0)
-        throw readerError(fmt::format("Could not decode the video of {}", name_), rc);
-    codec_->pkt_timebase = stream->time_base;
     // Frame threads pipeline sequential decoding across the cores; a still has nothing to pipeline.
-    codec_->thread_count = still_ ? 1 : 0;
-    codec_->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
-    if (const int rc = avcodec_open2(codec_.get(), decoder, nullptr); rc < 0)
-        throw readerError(fmt::format("Could not decode the video of {}", name_), rc);
+    codec_ = openDecoder(*stream, fmt::format("Could not decode the video of {}", name_), still_ ? 1 : 0);
     packet_ = makePacket();
 }
 
