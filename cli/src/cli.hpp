@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <string>
 
+#include "morvane/engine/plan/edit_plan.hpp"
 #include "morvane/engine/support/json.hpp"
 
 namespace morvane::cli {
@@ -26,6 +27,8 @@ void addWaveformVerb(CLI::App& app, RunState& state);
 void addPlanVerb(CLI::App& app, RunState& state);
 void addSegmentVerb(CLI::App& app, RunState& state);
 void addClassifyVerb(CLI::App& app, RunState& state);
+void addFrameVerb(CLI::App& app, RunState& state);
+void addRenderAudioVerb(CLI::App& app, RunState& state);
 
 /// Writes `json` pretty-printed to stdout, with a final newline.
 void printJson(const Json& json);
@@ -33,5 +36,8 @@ void printJson(const Json& json);
 /// The folder of the bundled sample: $MORVANE_SAMPLES_DIR, else the source tree's samples/.
 std::filesystem::path samplesDir();
 
+/// The plan at `path`, every time in it checked, its relative source paths resolved against its folder.
+/// Throws `JsonDecodeError` naming the file and where it fails.
+engine::EditPlan readPlanFile(const std::string& path);
 
 }  // namespace morvane::cli

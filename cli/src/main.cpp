@@ -24,6 +24,8 @@ int main(int argc, char** argv) {
     addPlanVerb(app, state);
     addSegmentVerb(app, state);
     addClassifyVerb(app, state);
+    addFrameVerb(app, state);
+    addRenderAudioVerb(app, state);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {

@@ -3,6 +3,9 @@
 #include <nlohmann/json.hpp>
 
 #include "cli.hpp"
+#include "morvane/engine/plan/edit_plan_coding.hpp"
+#include "morvane/engine/plan/edit_plan_resolver.hpp"
+#include "morvane/engine/support/files.hpp"
 
 namespace morvane::cli {
 
@@ -15,6 +18,14 @@ void printJson(const Json& json) {
 std::filesystem::path samplesDir() {
     if (const char* dir = std::getenv("MORVANE_SAMPLES_DIR"); dir != nullptr && *dir != '\0') return dir;
     return MORVANE_SAMPLES_DIR;
+}
+
+engine::EditPlan readPlanFile(const std::string& path) {
+    using namespace morvane::engine;
+    EditPlan plan = EditPlanCoding::decode(readWholeFile(path), path);
+    EditPlanResolver::checkTimes(plan, path);
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    return EditPlanCoding::resolveSourceURLs(std::move(plan), folder.empty() ? "." : folder);
 }
 
 }  // namespace morvane::cli

@@ -7,6 +7,7 @@
 #include <numbers>
 #include <random>
 #include <stdexcept>
+#include <string>
 
 #include "morvane/testing/process.hpp"
 
@@ -141,6 +142,85 @@ std::filesystem::path makeMovie(const std::filesystem::path& output, double seco
     args.insert(args.end(), {"-t", duration, output.string()});
     runFfmpeg(args);
     return output;
+}
+
+std::filesystem::path makeCounterMovie(const std::filesystem::path& output, double seconds,
+                                       const CounterMovieOptions& options) {
+    const int w = options.width;
+    const int h = options.height;
+    const auto frames = static_cast<int>(std::llround(seconds * options.framesPerSecond));
+    // Luma and chroma of an "on" and an "off" cell for each palette (limited-range BT.601).
+    const std::uint8_t on[2][3] = {{235, 128, 128}, {210, 16, 146}};
+    const std::uint8_t off[2][3] = {{16, 128, 128}, {41, 240, 110}};
+    const int palette = std::clamp(options.palette, 0, 1);
+    const std::filesystem::path raw = output.string() + ".yuv";
+    {
+        std::ofstream out(raw, std::ios::binary);
+        std::vector<std::uint8_t> picture(static_cast<std::size_t>(w) * h * 3 / 2);
+        for (int n = 0; n < frames; ++n) {
+            std::uint8_t* y = picture.data();
+            std::uint8_t* u = y + static_cast<std::ptrdiff_t>(w) * h;
+            std::uint8_t* v = u + static_cast<std::ptrdiff_t>(w / 2) * (h / 2);
+            const auto bitAt = [&](int px, int py) {
+                const int cell = (py * kCounterRows / h) * kCounterColumns + px * kCounterColumns / w;
+                return ((n >> cell) & 1) != 0;
+            };
+            for (int py = 0; py < h; ++py)
+                for (int px = 0; px < w; ++px)
+                    y[py * w + px] = (bitAt(px, py) ? on : off)[palette][0];
+            for (int py = 0; py < h / 2; ++py) {
+                for (int px = 0; px < w / 2; ++px) {
+                    const auto& c = bitAt(px * 2, py * 2) ? on[palette] : off[palette];
+                    u[py * (w / 2) + px] = c[1];
+                    v[py * (w / 2) + px] = c[2];
+                }
+            }
+            out.write(reinterpret_cast<const char*>(picture.data()),
+                      static_cast<std::streamsize>(picture.size()));
+        }
+    }
+    std::vector<std::string> args{"-f",       "rawvideo",
+                                  "-pix_fmt", "yuv420p",
+                                  "-s",       std::to_string(w) + "x" + std::to_string(h),
+                                  "-r",       std::to_string(options.framesPerSecond),
+                                  "-i",       raw.string()};
+    std::filesystem::path wav;
+    if (options.toneHz) {
+        wav = output.string() + ".wav";
+        writeWav(wav, tone(*options.toneHz, 0.5, seconds, 48000), 1, 48000, WavEncoding::pcm16);
+        args.insert(args.end(), {"-i", wav.string(), "-c:a", "pcm_s16le"});
+    }
+    args.insert(args.end(),
+                {"-c:v", "libx264", "-preset", "ultrafast", "-qp", "8", "-bf", "2", "-g",
+                 std::to_string(options.keyFrameInterval), "-pix_fmt", "yuv420p", output.string()});
+    runFfmpeg(args);
+    if (options.rotationDegrees != 0) {
+        // Only a stream copy writes the turn into the container's display matrix.
+        const std::filesystem::path turned = output.string() + ".turned" + output.extension().string();
+        runFfmpeg({"-i", output.string(), "-c", "copy", "-metadata:s:v:0",
+                   "rotate=" + std::to_string(options.rotationDegrees), turned.string()});
+        std::filesystem::rename(turned, output);
+    }
+    std::filesystem::remove(raw);
+    if (!wav.empty()) std::filesystem::remove(wav);
+    return output;
+}
+
+std::optional<int> readCounter(const std::uint8_t* rgba, int width, int height, double x, double y, double w,
+                               double h) {
+    int value = 0;
+    for (int row = 0; row < kCounterRows; ++row) {
+        for (int column = 0; column < kCounterColumns; ++column) {
+            const auto px = static_cast<int>(x + (column + 0.5) * w / kCounterColumns);
+            const auto py = static_cast<int>(y + (row + 0.5) * h / kCounterRows);
+            if (px < 0 || py < 0 || px >= width || py >= height) return std::nullopt;
+            const std::uint8_t* p = rgba + (static_cast<std::size_t>(py) * width + px) * 4;
+            const int level = (p[0] + p[1] + p[2]) / 3;
+            if (level > 110 && level < 140) return std::nullopt;
+            if (level >= 140) value |= 1 << (row * kCounterColumns + column);
+        }
+    }
+    return value;
 }
 
 std::filesystem::path truncateCopy(const std::filesystem::path& path, const std::filesystem::path& output,

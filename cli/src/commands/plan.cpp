@@ -8,9 +8,7 @@
 #include <set>
 
 #include "cli.hpp"
-#include "morvane/engine/support/files.hpp"
 #include "morvane/engine/layout/layout_resolver.hpp"
-#include "morvane/engine/plan/edit_plan_coding.hpp"
 #include "morvane/engine/plan/edit_plan_resolver.hpp"
 #include "morvane/engine/time/clip_speed.hpp"
 
@@ -30,10 +28,7 @@ struct ResolvedPlan {
 
 ResolvedPlan resolvePlan(const std::string& path) {
     ResolvedPlan out;
-    out.plan = EditPlanCoding::decode(readWholeFile(path), path);
-    EditPlanResolver::checkTimes(out.plan, path);
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    out.plan = EditPlanCoding::resolveSourceURLs(std::move(out.plan), folder.empty() ? "." : folder);
+    out.plan = readPlanFile(path);
     out.format = out.plan.timeline.resolvedFormat();
     out.clips = EditPlanResolver::programClips(out.plan);
     out.transitions = EditPlanResolver::transitions(out.plan);

@@ -47,6 +47,41 @@ InputFormatPtr openInput(const std::filesystem::path& path, const std::stop_toke
     return format;
 }
 
+int feedDecoder(AVFormatContext& format, int stream, AVCodecContext& codec, AVPacket& packet,
+                const std::stop_token& stop, std::string_view name) {
+    throwIfStopRequested(stop);
+    const int read = av_read_frame(&format, &packet);
+    if (read == AVERROR_EOF) {
+        avcodec_send_packet(&codec, nullptr);
+        return 0;
+    }
+    if (read < 0) {
+        throwIfStopRequested(stop);
+        throw readerError(fmt::format("Could not read {}", name), read);
+    }
+    const PacketUnref unref(&packet);
+    if (packet.stream_index != stream) return 1;
+    const int sent = avcodec_send_packet(&codec, &packet);
+    return sent < 0 && sent != AVERROR(EAGAIN) ? sent : 1;
+}
+
+CodecContextPtr openDecoder(const AVStream& stream, std::string_view failure, int threads) {
+    const AVCodec* decoder = avcodec_find_decoder(stream.codecpar->codec_id);
+    if (decoder == nullptr) {
+        throw EngineError::readerFailed(
+            fmt::format("{}: no decoder for {}", failure, avcodec_get_name(stream.codecpar->codec_id)));
+    }
+    CodecContextPtr codec(avcodec_alloc_context3(decoder));
+    if (!codec) throw std::bad_alloc();
+    if (const int rc = avcodec_parameters_to_context(codec.get(), stream.codecpar); rc < 0)
+        throw readerError(failure, rc);
+    codec->pkt_timebase = stream.time_base;
+    codec->thread_count = threads;
+    if (threads != 1) codec->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
+    if (const int rc = avcodec_open2(codec.get(), decoder, nullptr); rc < 0) throw readerError(failure, rc);
+    return codec;
+}
+
 int firstStream(const AVFormatContext& format, AVMediaType type) noexcept {
     for (unsigned i = 0; i < format.nb_streams; ++i) {
         const AVStream* stream = format.streams[i];

@@ -43,18 +43,7 @@ MonoFloatDecoder::MonoFloatDecoder(const std::filesystem::path& path, std::stop_
     }
 
     const AVStream* stream = format_->streams[stream_];
-    const AVCodec* decoder = avcodec_find_decoder(stream->codecpar->codec_id);
-    if (decoder == nullptr) {
-        throw EngineError::readerFailed(
-            fmt::format("{}: no decoder for {}", startFailure, avcodec_get_name(stream->codecpar->codec_id)));
-    }
-    codec_.reset(avcodec_alloc_context3(decoder));
-    if (!codec_) throw std::bad_alloc();
-    if (const int rc = avcodec_parameters_to_context(codec_.get(), stream->codecpar); rc < 0)
-        throw readerError(startFailure, rc);
-    codec_->pkt_timebase = stream->time_base;
-    if (const int rc = avcodec_open2(codec_.get(), decoder, nullptr); rc < 0)
-        throw readerError(startFailure, rc);
+    codec_ = openDecoder(*stream, startFailure);
     packet_ = makePacket();
     frame_ = makeFrame();
     rate_ = std::max(codec_->sample_rate, 0);
@@ -86,22 +75,9 @@ MonoFloatDecoder::Block MonoFloatDecoder::next() {
             noteDecodeError(received);
             continue;
         }
-        throwIfStopRequested(stop_);
-        const int read = av_read_frame(format_.get(), packet_.get());
-        if (read == AVERROR_EOF) {
-            avcodec_send_packet(codec_.get(), nullptr);
-            draining_ = true;
-            continue;
-        }
-        if (read < 0) {
-            throwIfStopRequested(stop_);
-            throw readerError(fmt::format("Could not read {}", name_), read);
-        }
-        const PacketUnref unref(packet_.get());
-        if (packet_->stream_index != stream_) continue;
-        if (const int sent = avcodec_send_packet(codec_.get(), packet_.get());
-            sent < 0 && sent != AVERROR(EAGAIN))
-            noteDecodeError(sent);
+        const int fed = feedDecoder(*format_, stream_, *codec_, *packet_, stop_, name_);
+        if (fed == 0) draining_ = true;
+        if (fed < 0) noteDecodeError(fed);
     }
     const std::int64_t first = position_ - static_cast<std::int64_t>(out_.size());
     return {out_, first, rate_};

@@ -15,22 +15,6 @@ double overlapLength(double start, double length) {
     return std::max(0.0, std::min(start + length, 1.0) - std::max(start, 0.0));
 }
 
-// Narrows or shortens `rect` about its centre to width/height == aspect (in normalised source units).
-EditPlanRect withAspect(EditPlanRect rect, double aspect) {
-    if (!(aspect > 0.0) || !std::isfinite(aspect) || !(rect.width > 0.0) || !(rect.height > 0.0)) return rect;
-    const double shape = rect.width / rect.height;
-    if (shape > aspect) {
-        const double width = rect.height * aspect;
-        rect.x += (rect.width - width) * 0.5;
-        rect.width = width;
-    } else if (shape < aspect) {
-        const double height = rect.width / aspect;
-        rect.y += (rect.height - height) * 0.5;
-        rect.height = height;
-    }
-    return rect;
-}
-
 EditPlanRect interpolated(const EditPlanRect& a, const EditPlanRect& b, double factor) {
     const auto mix = [factor](double from, double to) { return from + (to - from) * factor; };
     return {mix(a.x, b.x), mix(a.y, b.y), mix(a.width, b.width), mix(a.height, b.height)};
@@ -78,6 +62,21 @@ const LayoutDefinition& LayoutResolver::activeLayout(RationalTime time,
         }
     }
     return *LayoutPresets::definition(LayoutPresets::fullFrameID);
+}
+
+EditPlanRect LayoutResolver::withAspect(EditPlanRect rect, double aspect) noexcept {
+    if (!(aspect > 0.0) || !std::isfinite(aspect) || !(rect.width > 0.0) || !(rect.height > 0.0)) return rect;
+    const double shape = rect.width / rect.height;
+    if (shape > aspect) {
+        const double width = rect.height * aspect;
+        rect.x += (rect.width - width) * 0.5;
+        rect.width = width;
+    } else if (shape < aspect) {
+        const double height = rect.width / aspect;
+        rect.y += (rect.height - height) * 0.5;
+        rect.height = height;
+    }
+    return rect;
 }
 
 bool LayoutResolver::isUsableDestination(const EditPlanRect& rect) noexcept {

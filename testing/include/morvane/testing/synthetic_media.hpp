@@ -58,6 +58,34 @@ std::filesystem::path encodeAudio(const std::filesystem::path& input, const std:
 std::filesystem::path makeMovie(const std::filesystem::path& output, double seconds,
                                 const std::optional<std::filesystem::path>& audio = std::nullopt);
 
+/// How a counter movie looks and sounds.
+struct CounterMovieOptions {
+    int width = 320;
+    int height = 240;
+    int framesPerSecond = 30;
+    int keyFrameInterval = 30;     ///< frames between key frames
+    int palette = 0;               ///< 0: black and white cells; 1: blue and yellow (another source)
+    std::optional<double> toneHz;  ///< a sine at half scale on the audio track, when given
+    /// FFmpeg's "rotate" tag, written into the display matrix: 90 has players show the picture turned a
+    /// quarter counter-clockwise.
+    int rotationDegrees = 0;
+};
+
+/// The cells of a counter frame: 4 across, 3 down, covering the picture, bit 0 top left, row by row.
+inline constexpr int kCounterColumns = 4;
+inline constexpr int kCounterRows = 3;
+
+/// A movie whose frame n shows n in binary in large cells, readable after scaling and compression
+/// (H.264, a key frame every `keyFrameInterval`, B-frames), with 16-bit PCM audio when a tone is asked for
+/// (MOV), so that sample-exact tests see the samples as they were made. Returns `output`.
+std::filesystem::path makeCounterMovie(const std::filesystem::path& output, double seconds,
+                                       const CounterMovieOptions& options = {});
+
+/// The frame number shown by a counter picture of 8-bit RGBA (`rgba`, `width` × `height`), placed on it
+/// at the rectangle `x`, `y`, `w`, `h` (pixels); nothing when a cell is neither clearly on nor off.
+[[nodiscard]] std::optional<int> readCounter(const std::uint8_t* rgba, int width, int height, double x,
+                                             double y, double w, double h);
+
 /// The bytes of `path` from the start, `keepBytes` of them, written to `output` (a file cut short).
 std::filesystem::path truncateCopy(const std::filesystem::path& path, const std::filesystem::path& output,
                                    std::uintmax_t keepBytes);

@@ -1,9 +1,13 @@
 #pragma once
 
 /// The pointer track recorded beside a screen recording: where the cursor was, and which buttons were held.
-/// A plan's source may carry one; drawing it is the renderer's job. These are the stored records only.
+/// A plan's source may carry one; the renderer draws it.
+///
+///     auto smooth = track.smoothed(5);          // each position the mean of 5 neighbours
+///     auto at = smooth.sample(12.4);            // interpolated between the samples around 12.4 s
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "morvane/engine/support/json.hpp"
@@ -36,6 +40,16 @@ struct CursorTrack {
     std::vector<CursorSample> samples;  ///< sorted by `seconds`
     double captureWidth = 0.0;          ///< captured area, in points
     double captureHeight = 0.0;
+
+    /// The position at `seconds`: nothing for an empty track; the first sample at or before its time, the
+    /// last at or after its time; otherwise `x` and `y` interpolated linearly between the samples around
+    /// it, with the buttons of the later one.
+    [[nodiscard]] std::optional<CursorSample> sample(double seconds) const noexcept;
+
+    /// The track with each position the mean over the samples within `window / 2` on either side (fewer at
+    /// the ends); times and buttons unchanged. With fewer than 3 samples or a window below 2, the track as
+    /// it is.
+    [[nodiscard]] CursorTrack smoothed(int window) const;
 
     friend bool operator==(const CursorTrack&, const CursorTrack&) = default;
 };

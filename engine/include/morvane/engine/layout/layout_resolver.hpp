@@ -65,6 +65,10 @@ namespace LayoutResolver {
     const std::optional<EditPlanRect>& explicitRect, const std::optional<std::string>& slotID,
     const LayoutDefinition& layout);
 
+/// `rect` narrowed (or shortened) about its centre to width / height == `aspect`; unchanged when `aspect` is
+/// not a positive finite number or the rect has no area.
+[[nodiscard]] EditPlanRect withAspect(EditPlanRect rect, double aspect) noexcept;
+
 /// `effectiveDestinationRect` with the clip's own destination and slot.
 [[nodiscard]] std::optional<EditPlanRect> destinationRect(const ProgramClip& clip,
                                                           const LayoutDefinition& layout);

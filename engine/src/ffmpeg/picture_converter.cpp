@@ -1,0 +1,59 @@
+#include "ffmpeg/picture_converter.hpp"
+
+#include <fmt/core.h>
+
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
+
+#include "morvane/engine/engine_error.hpp"
+
+namespace morvane::engine::ffmpeg {
+namespace {
+
+// Untagged video is BT.709 from HD up and BT.601 below, as players read it.
+int matrixOf(const AVFrame& frame) {
+    if (frame.colorspace != AVCOL_SPC_UNSPECIFIED && frame.colorspace != AVCOL_SPC_RGB &&
+        frame.colorspace != AVCOL_SPC_RESERVED && frame.colorspace <= AVCOL_SPC_BT2020_CL)
+        return frame.colorspace;
+    return frame.height >= 720 ? SWS_CS_ITU709 : SWS_CS_ITU601;
+}
+
+}  // namespace
+
+void PictureConverter::toRGBA(const AVFrame& frame, PixelSize size, RGBAImage& out) {
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    scaler_.reset(sws_getCachedContext(scaler_.release(), frame.width, frame.height, format, size.width,
+                                       size.height, AV_PIX_FMT_RGBA, SWS_BILINEAR, nullptr, nullptr,
+                                       nullptr));
+    if (!scaler_) {
+        throw EngineError::decodeFailed(fmt::format("Cannot convert {} pictures of {}x{}",
+                                                    av_get_pix_fmt_name(format), frame.width, frame.height));
+    }
+    const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
+    const bool isRGB = descriptor != nullptr && (descriptor->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+    if (!isRGB) {
+        const bool fullRange = frame.color_range == AVCOL_RANGE_JPEG || format == AV_PIX_FMT_YUVJ420P ||
+                               format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;
+        const int* coefficients = sws_getCoefficients(matrixOf(frame));
+        sws_setColorspaceDetails(scaler_.get(), coefficients, fullRange ? 1 : 0,
+                                 sws_getCoefficients(SWS_CS_ITU709), 1, 0, 1 << 16, 1 << 16);
+    }
+    out.width = size.width;
+    out.height = size.height;
+    out.pixels.resize(static_cast<std::size_t>(size.width) * size.height * 4);
+    std::uint8_t* planes[4] = {out.pixels.data(), nullptr, nullptr, nullptr};
+    int strides[4] = {size.width * 4, 0, 0, 0};
+    sws_scale(scaler_.get(), frame.data, frame.linesize, 0, frame.height, planes, strides);
+
+    if (descriptor != nullptr && (descriptor->flags & AV_PIX_FMT_FLAG_ALPHA) != 0) {
+        // swscale keeps alpha straight; the compositor blends premultiplied.
+        for (std::size_t i = 0; i < out.pixels.size(); i += 4) {
+            const unsigned alpha = out.pixels[i + 3];
+            for (int k = 0; k < 3; ++k)
+                out.pixels[i + k] = static_cast<std::uint8_t>((out.pixels[i + k] * alpha + 127) / 255);
+        }
+    }
+}
+
+}  // namespace morvane::engine::ffmpeg
