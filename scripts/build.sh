@@ -13,5 +13,7 @@ if [ "${1:-}" = "--sanitize" ]; then
 fi
 
 bash scripts/setup.sh >&2
+# Compiler cache hits for any checkout of the tree, wherever it lies (CI checks out afresh each time).
+export CCACHE_BASEDIR="$root" CCACHE_NOHASHDIR=1
 cmake -S . -B "$build_dir" -G Ninja -DMORVANE_WERROR="${MORVANE_WERROR:-OFF}" "${extra[@]}" >&2
 cmake --build "$build_dir" -j "$(nproc)" >&2
