@@ -19,6 +19,8 @@ packages=(
   libpocketsphinx-dev pocketsphinx-en-us libcurl4-openssl-dev libcpp-httplib-dev
   # synthetic speech and audio fixtures for tests and the bundled sample
   flite espeak-ng sox
+  # the desktop window (Qt 6 Widgets and Multimedia); Xvfb for its screenshots
+  qt6-base-dev qt6-multimedia-dev qt6-qpa-plugins xvfb xauth
 )
 
 missing=()
