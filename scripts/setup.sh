@@ -21,6 +21,8 @@ packages=(
   flite espeak-ng sox
   # the desktop window (Qt 6 Widgets and Multimedia); Xvfb for its screenshots
   qt6-base-dev qt6-multimedia-dev qt6-qpa-plugins xvfb xauth
+  # a German locale built at test time, to check that numbers never follow the user's locale
+  locales
 )
 
 missing=()

@@ -45,6 +45,7 @@ class PreviewMonitor final : public QWidget {
     [[nodiscard]] QPushButton* playButton() const noexcept { return play_; }
     [[nodiscard]] QSlider* scrubber() const noexcept { return scrubber_; }
     [[nodiscard]] QSlider* volumeSlider() const noexcept { return volume_; }
+    [[nodiscard]] QLabel* timeLabel() const noexcept { return time_; }
     /// Called with 0 to 1 when the user moves the volume.
     std::function<void(double)> onVolumeChanged;
 
