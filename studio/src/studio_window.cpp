@@ -24,6 +24,7 @@
 #include <chrono>
 
 #include "assistant/assistant_panel.hpp"
+#include "cached_model_service.hpp"
 #include "morvane/app/session/chat_log.hpp"
 #include "morvane/app/session/edit_coordinator.hpp"
 #include "morvane/app/timeline/timeline_plan_bridge.hpp"
@@ -71,6 +72,9 @@ StudioWindow::StudioWindow(StudioServices services, QWidget* parent)
       services_(services),
       preferences_(services.preferences),
       loop_(this),
+      model_(services.languageModel ? std::make_unique<CachedModelService>(
+                                          *services.languageModel, [this] { return loop_.isMainThread(); })
+                                    : nullptr),
       player_({.frameChanged = [this] { monitor_->canvas()->update(); },
                .positionChanged = [this](double seconds) { playerMoved(seconds); },
                .playingChanged = [this](bool) { monitor_->refresh(); },
@@ -345,7 +349,7 @@ void StudioWindow::applyAppearance(Appearance appearance) {
 
 app::PipelineContext StudioWindow::pipelineContext() {
     return {.mainLoop = loop_,
-            .languageModel = services_.languageModel,
+            .languageModel = model_.get(),
             .delegate = this,
             .preferences = &services_.preferences};
 }

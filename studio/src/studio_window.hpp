@@ -40,6 +40,7 @@ class PreferencesStore;
 namespace morvane::studio {
 
 class AssistantPanel;
+class CachedModelService;
 class PreviewMonitor;
 class RecordingLoad;
 class TimelineView;
@@ -125,6 +126,7 @@ class StudioWindow final : public QMainWindow, public app::UserInterfaceDelegate
     StudioPreferences preferences_;
     app::ProjectSession session_;
     QtMainLoop loop_;
+    std::unique_ptr<CachedModelService> model_;
     PreviewPlayer player_;
     std::shared_ptr<Observer> observer_;
     std::vector<std::shared_ptr<app::PipelineRequest>> requests_;
