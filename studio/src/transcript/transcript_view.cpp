@@ -46,28 +46,34 @@ TranscriptView::TranscriptView(QWidget* parent) : QAbstractScrollArea(parent) {
 }
 
 void TranscriptView::sync(const app::ProjectSession& session) {
+    // The playhead moves the session several times a second: the words are compared in place and copied
+    // only when they changed.
+    static const std::vector<intelligence::TranscriptWord> none;
+    const auto& source = session.transcript ? session.transcript->words : none;
+    const bool sameWords = std::equal(
+        source.begin(), source.end(), words_.begin(), words_.end(), [](const auto& a, const auto& b) {
+            return a.id == b.id && a.text == b.text && a.start.seconds() == b.startSeconds &&
+                   a.end.seconds() == b.endSeconds;
+        });
     std::vector<TranscriptViewWord> words;
-    if (session.transcript) {
-        words.reserve(session.transcript->words.size());
-        for (const auto& w : session.transcript->words) {
+    if (!sameWords) {
+        words.reserve(source.size());
+        for (const auto& w : source)
             words.push_back({w.id, w.text, w.start.seconds(), w.end.seconds()});
-        }
     }
-    const bool sameWords =
-        std::equal(words.begin(), words.end(), words_.begin(), words_.end(),
-                   [](const auto& a, const auto& b) { return a.id == b.id && a.text == b.text; });
+    const std::vector<TranscriptViewWord>& current = sameWords ? words_ : words;
 
     // Paragraphs: one per segment, marked by the cut list once the assistant has decided.
     std::vector<Paragraph> paragraphs;
-    if (session.segments && !words.empty()) {
+    if (session.segments && !current.empty()) {
         std::map<int, const app::CutItem*> items;
         for (const auto& item : session.cutItems)
             items[item.segmentID] = &item;
         std::size_t cursor = 0;
         for (const auto& segment : session.segments->segments) {
-            while (cursor < words.size() && words[cursor].id < segment.wordStartID)
+            while (cursor < current.size() && current[cursor].id < segment.wordStartID)
                 ++cursor;
-            if (cursor >= words.size()) break;
+            if (cursor >= current.size()) break;
             Paragraph p{cursor, SegmentMark::none, {}};
             const auto item = items.find(segment.id);
             if (session.classification && item != items.end()) {
@@ -97,11 +103,11 @@ void TranscriptView::sync(const app::ProjectSession& session) {
 
     std::set<int> struck = app::TranscriptCutMaterializer::displayRemovedWordIDs(session);
     std::optional<std::size_t> playing;
-    if (session.playheadSeconds) playing = wordPlayingAt(words, *session.playheadSeconds);
+    if (session.playheadSeconds) playing = wordPlayingAt(current, *session.playheadSeconds);
 
-    if (!session.mediaURL && words.empty()) {
+    if (!session.mediaURL && current.empty()) {
         emptyText_ = "Drop a recording on the preview: its transcript appears here.";
-    } else if (words.empty()) {
+    } else if (current.empty()) {
         emptyText_ = "No transcript yet.";
     } else {
         emptyText_.clear();
