@@ -214,23 +214,21 @@ void AssistantPanel::rebuildChat(const std::vector<app::ChatMessage>& messages) 
         auto* label = new QLabel(QString::fromStdString(message.text), line);
         label->setWordWrap(true);
         label->setTextInteractionFlags(Qt::TextSelectableByMouse);
-        QString style;
-        switch (message.role) {
-            case app::ChatMessage::Role::user:
-                style = QStringLiteral("background: #dbe8ff; border-radius: 6px;");
-                label->setAlignment(Qt::AlignRight);
-                break;
-            case app::ChatMessage::Role::assistant:
-                style = QStringLiteral("background: #eef0f2; border-radius: 6px;");
-                break;
-            case app::ChatMessage::Role::system:
-                style = QStringLiteral(
-                    "background: transparent; border: 1px dashed #a0a8b0; border-radius: 6px;");
-                break;
+        // Colours from the palette, so the lines read in light and dark appearances alike.
+        QString frame = QStringLiteral("background: palette(alternate-base);");
+        QString ink = QStringLiteral("palette(text)");
+        if (message.role == app::ChatMessage::Role::user) {
+            frame = QStringLiteral("background: palette(highlight);");
+            ink = QStringLiteral("palette(highlighted-text)");
+            label->setAlignment(Qt::AlignRight);
+        } else if (message.role == app::ChatMessage::Role::system) {
+            frame = QStringLiteral("background: palette(base); border: 1px dashed palette(mid);");
         }
-        line->setStyleSheet(QStringLiteral("QFrame { %1 } QLabel { color: #1d2329; background: transparent; "
-                                           "border: none; }")
-                                .arg(style));
+        line->setObjectName(QStringLiteral("chatLine"));
+        line->setStyleSheet(
+            QStringLiteral("#chatLine { %1 border-radius: 6px; } #chatLine > QLabel { color: %2; "
+                           "background: transparent; border: none; }")
+                .arg(frame, ink));
         if (message.isThinking) {
             QFont italic = label->font();
             italic.setItalic(true);
@@ -240,7 +238,6 @@ void AssistantPanel::rebuildChat(const std::vector<app::ChatMessage>& messages) 
         if (message.isCutCheckpoint) {
             auto* restore = new QPushButton(QStringLiteral("Restore checkpoint"), line);
             restore->setObjectName(QStringLiteral("restoreCheckpoint"));
-            restore->setStyleSheet(QString());
             const std::string id = message.id;
             QObject::connect(restore, &QPushButton::clicked, [this, id] {
                 if (actions_.restoreCheckpoint) actions_.restoreCheckpoint(id);
