@@ -1,15 +1,12 @@
 #include "welcome_page.hpp"
 
-#include <QDragEnterEvent>
-#include <QDropEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
-#include <QMimeData>
 #include <QPushButton>
 #include <QVBoxLayout>
 
-#include "preview/preview_monitor.hpp"
+#include "file_drop.hpp"
 
 namespace morvane::studio {
 
@@ -95,14 +92,11 @@ void WelcomePage::setRecentProjects(const std::vector<std::filesystem::path>& bu
 }
 
 void WelcomePage::dragEnterEvent(QDragEnterEvent* event) {
-    if (!localFiles(event->mimeData()->urls()).empty()) event->acceptProposedAction();
+    acceptFileDrag(event);
 }
 
 void WelcomePage::dropEvent(QDropEvent* event) {
-    const auto files = localFiles(event->mimeData()->urls());
-    if (files.empty()) return;
-    event->acceptProposedAction();
-    if (actions_.dropFiles) actions_.dropFiles(files);
+    takeFileDrop(event, actions_.dropFiles);
 }
 
 }  // namespace morvane::studio

@@ -4,9 +4,11 @@
 /// projects opened last. Files dropped anywhere on it are imported.
 
 #include <QWidget>
+
 #include <filesystem>
 #include <functional>
 #include <vector>
+#include "file_drop.hpp"
 
 class QLabel;
 class QListWidget;
@@ -19,7 +21,7 @@ class WelcomePage final : public QWidget {
     struct Actions {
         std::function<void()> newProject;
         std::function<void()> importMedia;
-        std::function<void(const std::vector<std::filesystem::path>&)> dropFiles;
+        FilesHandler dropFiles;
         std::function<void(const std::filesystem::path&)> openRecent;
     };
 

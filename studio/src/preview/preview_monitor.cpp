@@ -6,15 +6,14 @@
 #include <QDropEvent>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QMimeData>
 #include <QPainter>
 #include <QPushButton>
 #include <QSlider>
 #include <QStyle>
-#include <QUrl>
 #include <QVBoxLayout>
 #include <cmath>
 
+#include "file_drop.hpp"
 #include "preview/preview_player.hpp"
 
 namespace morvane::studio {
@@ -28,14 +27,6 @@ QString formatTransportTime(double seconds) {
         minutes >= 60 ? fmt::format("{}:{:02}:{:02}.{}", minutes / 60, minutes % 60, rest / 10, rest % 10)
                       : fmt::format("{}:{:02}.{}", minutes, rest / 10, rest % 10);
     return QString::fromStdString(text);
-}
-
-std::vector<std::filesystem::path> localFiles(const QList<QUrl>& urls) {
-    std::vector<std::filesystem::path> files;
-    for (const QUrl& url : urls) {
-        if (url.isLocalFile()) files.emplace_back(url.toLocalFile().toStdString());
-    }
-    return files;
 }
 
 PreviewCanvas::PreviewCanvas(PreviewPlayer& player, QWidget* parent) : QWidget(parent), player_(player) {
@@ -74,14 +65,11 @@ void PreviewCanvas::resizeEvent(QResizeEvent* event) {
 }
 
 void PreviewCanvas::dragEnterEvent(QDragEnterEvent* event) {
-    if (!localFiles(event->mimeData()->urls()).empty()) event->acceptProposedAction();
+    acceptFileDrag(event);
 }
 
 void PreviewCanvas::dropEvent(QDropEvent* event) {
-    const auto files = localFiles(event->mimeData()->urls());
-    if (files.empty()) return;
-    event->acceptProposedAction();
-    if (onDropFiles) onDropFiles(files);
+    takeFileDrop(event, onDropFiles);
 }
 
 PreviewMonitor::PreviewMonitor(PreviewPlayer& player, QWidget* parent)

@@ -4,9 +4,11 @@
 /// pause, the time, a scrubber, the volume). Files dropped on it are handed to `onDropFiles`.
 
 #include <QWidget>
+
 #include <filesystem>
 #include <functional>
 #include <vector>
+#include "file_drop.hpp"
 
 class QLabel;
 class QPushButton;
@@ -20,7 +22,7 @@ class PreviewPlayer;
 class PreviewCanvas final : public QWidget {
   public:
     PreviewCanvas(PreviewPlayer& player, QWidget* parent);
-    std::function<void(const std::vector<std::filesystem::path>&)> onDropFiles;
+    FilesHandler onDropFiles;
     /// The text shown when there is no picture.
     void setPlaceholder(const QString& text);
 
@@ -61,8 +63,5 @@ class PreviewMonitor final : public QWidget {
 
 /// "1:02.4": program seconds as the transport shows them, to the tenth, never with a locale's comma.
 [[nodiscard]] QString formatTransportTime(double seconds);
-
-/// The local files among dropped or pasted URLs.
-[[nodiscard]] std::vector<std::filesystem::path> localFiles(const QList<QUrl>& urls);
 
 }  // namespace morvane::studio
