@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QTreeWidget>
 #include <condition_variable>
 #include <mutex>
 
@@ -117,6 +119,36 @@ TEST_F(StudioWindowMedia, cleanUpProposesARoughCutThatAcceptMakesTheStoryline) {
     EXPECT_EQ(window->session().statusMessage, "Restored checkpoint from chat.");
     EXPECT_FALSE(window->session().timeline->clips(app::TimelineTrackIDs::program).empty());
     EXPECT_EQ(window->undoAction()->text(), QStringLiteral("Undo Restore Cut"));
+}
+
+TEST_F(StudioWindowMedia, theSheetOfEveryCommandRunsTheOneChosen) {
+    openMessyTalk();
+    window->assistantPanel()->showMoreCommands();
+    auto* sheet = window->findChild<QDialog*>(QStringLiteral("commandSheet"));
+    ASSERT_NE(sheet, nullptr);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(sheet));
+    auto* tree = sheet->findChild<QTreeWidget*>();
+    ASSERT_NE(tree, nullptr);
+    // Grouped by category, each command with its subtitle.
+    EXPECT_EQ(tree->topLevelItem(0)->text(0), QStringLiteral("Cleanup"));
+    QTreeWidgetItem* silence = nullptr;
+    for (auto* item :
+         tree->findItems(QStringLiteral("Remove silence"), Qt::MatchExactly | Qt::MatchRecursive))
+        silence = item;
+    ASSERT_NE(silence, nullptr);
+    EXPECT_EQ(silence->text(1), QStringLiteral("Cut pauses and keep spoken ranges"));
+    tree->setCurrentItem(silence);
+    auto* run = [&]() -> QPushButton* {
+        for (auto* button : sheet->findChildren<QPushButton*>()) {
+            if (button->text() == QStringLiteral("Run")) return button;
+        }
+        return nullptr;
+    }();
+    ASSERT_NE(run, nullptr);
+    QTest::mouseClick(run, Qt::LeftButton);
+    ASSERT_TRUE(waitUntil([&] { return window->session().isReviewingProposal(); }))
+        << window->session().errorMessage.value_or("");
+    EXPECT_EQ(window->session().chatMessages.front().text, "Remove silence");
 }
 
 TEST_F(StudioWindowMedia, strikingWordsCutsThemAndDeleteAgainBringsThemBack) {
