@@ -136,11 +136,13 @@ struct JoinSelectedClipsFailure {
 ///     before:  [ A ─────|───── ]            after:  [ A ────][ A' ───── ]
 bool splitClip(ProjectSession& session, std::string_view clipID, double atSeconds);
 /// `splitClip` on each of `clipIDs`; returns how many were split.
+///
+///     [ A ──|── ][ B ──|── ]   A, B at |   ->   [ A ─][ A' ─][ B ─][ B' ─]   (when they overlap the time)
 int splitClips(ProjectSession& session, const std::vector<std::string>& clipIDs, double atSeconds);
 /// Splits every clip under the playhead, on every track; returns how many were split.
 ///
-///     overlay:      [ B ──|── ]                       [ B ─][ B'─ ]
-///     storyline: [ A ─────|──────── ]     ->   [ A ──────][ A' ──────── ]
+///     overlay:      [ B ──|── ]               ->      [ B ─][ B' ─]
+///     storyline: [ A ─────|──────── ]          ->   [ A ─────][ A' ──────── ]
 int splitAllClipsAtPlayhead(ProjectSession& session, double atSeconds);
 
 // Trim.
@@ -150,18 +152,18 @@ int splitAllClipsAtPlayhead(ProjectSession& session, double atSeconds);
 /// cut the clips close up (it ripples). A packed clip only shortens, by at least 0.25 s: it is split at
 /// `toSeconds` and keeps the half with its id.
 ///
-///     overlay:   [ B ────────── ]   trailing to |   ->   [ B ──── ]   |
-///     storyline: [ A ───── ][ C ── ]  A trailing |   ->   [ A ── ][ C ── ]
+///     overlay:   [ B ────|───── ]     B trailing to |   ->   [ B ──── ]
+///     storyline: [ A ──|── ][ C ── ]  A trailing to |   ->   [ A ─ ][ C ── ]
 bool trimClip(ProjectSession& session, std::string_view clipID, TrimEdge edge, double toSeconds);
 /// A trim after which the later clips of the track move by the change in length, so no gap opens; the
 /// trimmed clip keeps its start.
 ///
-///     [ B ────────── ] [ D ── ]   B trailing to |   ->   [ B ──── ] [ D ── ]
+///     overlay: [ B ───|────── ] [ D ── ]   B trailing to |   ->   [ B ─── ] [ D ── ]
 bool rippleTrimClip(ProjectSession& session, std::string_view clipID, TrimEdge edge, double toSeconds);
 /// Moves the cut between a clip and its neighbour (within 0.03 s): one gains what the other gives up, the
 /// total length stays. Each keeps 0.25 s and stays inside its source.
 ///
-///     [ A ─────── ][ C ───── ]   A trailing to |   ->   [ A ──── ][ C ──────── ]
+///     [ A ───|─── ][ C ───── ]   A trailing to |   ->   [ A ─── ][ C ───────── ]
 bool rollTrimClip(ProjectSession& session, std::string_view clipID, TrimEdge edge, double toSeconds);
 /// `trimClip`, `rippleTrimClip` or `rollTrimClip`, as the drag's mode says.
 bool trimClip(ProjectSession& session, std::string_view clipID, TrimEdge edge, double toSeconds,
@@ -222,11 +224,15 @@ std::optional<std::string> addOverlayMedia(ProjectSession& session, const std::f
 std::optional<std::string> addTextClip(ProjectSession& session, const std::string& text,
                                        double atProgramSeconds, double durationSeconds);
 /// `addTextClip` with the annotation look: a lower third on a dark box.
+///
+///     text:         -       ->      [ "Note" ▆ ]
 std::optional<std::string> addAnnotation(ProjectSession& session, const std::string& text,
                                          double atProgramSeconds, double durationSeconds);
 /// The look of an annotation.
 [[nodiscard]] engine::TextClipStyle annotationStyle();
 /// Changes a text clip's words (and its label) and look.
+///
+///     text: [ "Helo" ]   ->   [ "Hello" ]
 bool updateTextClip(ProjectSession& session, std::string_view clipID, const std::string& content,
                     const engine::TextClipStyle& style);
 
@@ -239,6 +245,8 @@ bool updateTextClip(ProjectSession& session, std::string_view clipID, const std:
 ///     overlay:   [ X ] [ Y ] [ Z ]  delete Y  ->   [ X ]       [ Z ]
 bool deleteClip(ProjectSession& session, std::string_view clipID);
 /// Deletes the selected clips and clears the selection; returns how many went.
+///
+///     storyline: [ A ][*B*][ C ][*D*]   ->   [ A ][ C ]        (*selected*)
 int deleteSelectedClips(ProjectSession& session);
 
 // Join.
@@ -267,10 +275,17 @@ bool setPlaybackRate(ProjectSession& session, const std::vector<std::string>& cl
 bool applySpeedRegion(ProjectSession& session, std::string_view clipID, double fromProgramSeconds,
                       double toProgramSeconds, double rate);
 /// Sets a clip's linear gain, held to 0.0–2.0.
+///
+///     [ A  gain 1.0 ]   gain 3.0   ->   [ A  gain 2.0 ]
 bool setAudioGain(ProjectSession& session, std::string_view clipID, double gain);
-/// Replaces a plain clip's source window when `sourceIn` is before `sourceOut`.
+/// Replaces a plain clip's source window when `sourceIn` is before `sourceOut`; the storyline closes up.
+///
+///     storyline: [ A src 2–6 ][ B ]   window 1–3   ->   [ A 1–3 ][ B ]
 bool setClipSourceWindow(ProjectSession& session, std::string_view clipID, RationalTime sourceIn,
                          RationalTime sourceOut);
+/// Gives a track a role, which names it on the timeline.
+///
+///     overlay "B-Roll"   role sfx   ->   overlay "SFX"
 bool setTrackRole(ProjectSession& session, std::string_view trackID, std::optional<TimelineTrackRole> role);
 /// Connects an overlay, audio or text clip to a storyline clip: it keeps its offset from the host's start
 /// and follows the host from then on.
@@ -280,6 +295,8 @@ bool setTrackRole(ProjectSession& session, std::string_view trackID, std::option
 bool connectClip(ProjectSession& session, std::string_view clipID, std::string_view hostID);
 /// Clears what makes no sense on `lane`: the connection and the webcam slot on the storyline, every picture
 /// setting on the audio track.
+///
+///     overlay [ X  webcam slot, hung on A ]   to the storyline   ->   [ X ]
 void prepareClipForLane(TimelineClip& clip, TimelineLaneKind lane);
 
 /// Moves clips from "overlay" to "audio" when their source has no picture (an audio file dropped on the
