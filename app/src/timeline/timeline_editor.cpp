@@ -76,33 +76,30 @@ std::optional<std::size_t> neighbour(const Located& at, TrimEdge edge) {
     return best;
 }
 
-// Moves the trailing edge of `left` and the leading edge of `right` by the same amount, as far toward
-// `delta` as both allow. False when that is no move at all.
-bool rollBoth(const ProjectSession& session, TimelineClip* left, TimelineClip* right, RationalTime delta) {
-    RationalTime lower = delta;
-    RationalTime upper = delta;
-    bool first = true;
-    const auto bound = [&](const TimelineClip& clip, TrimEdge edge) {
-        const RationalTime edgeAt = edge == TrimEdge::leading ? clip.timelineStart : programEnd(clip);
-        const EdgeBounds b = edgeBounds(clip, edge, TimelineEditor::maxSourceEnd(clip, session));
-        const RationalTime low = b.lower.subtracting(edgeAt);
-        const RationalTime high = b.upper.subtracting(edgeAt);
-        lower = first ? low : std::max(lower, low);
-        upper = first ? high : std::min(upper, high);
-        first = false;
-    };
-    if (left) bound(*left, TrimEdge::trailing);
-    if (right) bound(*right, TrimEdge::leading);
-    if (upper < lower) return false;
-    delta = std::clamp(delta, lower, upper);
-    if (std::abs(delta.seconds()) < TimelineEditor::unchangedSeconds) return false;
-    if (left) placeEdge(*left, TrimEdge::trailing, programEnd(*left).adding(delta));
-    if (right) {
-        const RationalTime previous = right->timelineStart;
-        placeEdge(*right, TrimEdge::leading, right->timelineStart.adding(delta));
-        keepConnection(*right, previous);
-    }
-    return true;
+// How far the cut between `left` and `right` can move toward `wanted`, both staying at least the shortest
+// clip and inside their sources; nothing when that is no move at all.
+std::optional<RationalTime> rollAmount(const ProjectSession& session, const TimelineClip& left,
+                                       const TimelineClip& right, RationalTime wanted) {
+    const RationalTime leftEnd = programEnd(left);
+    const EdgeBounds tail = edgeBounds(left, TrimEdge::trailing, TimelineEditor::maxSourceEnd(left, session));
+    const EdgeBounds head =
+        edgeBounds(right, TrimEdge::leading, TimelineEditor::maxSourceEnd(right, session));
+    const RationalTime lower =
+        std::max(tail.lower.subtracting(leftEnd), head.lower.subtracting(right.timelineStart));
+    const RationalTime upper =
+        std::min(tail.upper.subtracting(leftEnd), head.upper.subtracting(right.timelineStart));
+    if (upper < lower) return std::nullopt;
+    const RationalTime delta = std::clamp(wanted, lower, upper);
+    if (std::abs(delta.seconds()) < TimelineEditor::unchangedSeconds) return std::nullopt;
+    return delta;
+}
+
+// `left` gains at its tail what `right` gives up at its head.
+void roll(TimelineClip& left, TimelineClip& right, RationalTime delta) {
+    placeEdge(left, TrimEdge::trailing, programEnd(left).adding(delta));
+    const RationalTime previous = right.timelineStart;
+    placeEdge(right, TrimEdge::leading, previous.adding(delta));
+    keepConnection(right, previous);
 }
 
 }  // namespace
@@ -287,12 +284,14 @@ bool rollTrimClip(ProjectSession& session, std::string_view clipID, TrimEdge edg
     if (!other) return false;
     TimelineClip& mine = at->clip();
     TimelineClip& theirs = at->track->clips[*other];
+    TimelineClip& left = edge == TrimEdge::trailing ? mine : theirs;
+    TimelineClip& right = edge == TrimEdge::trailing ? theirs : mine;
     const RationalTime edgeAt = edge == TrimEdge::leading ? mine.timelineStart : programEnd(mine);
-    const RationalTime delta = secondsTime(toSeconds).subtracting(edgeAt);
-    const bool changed = edge == TrimEdge::trailing ? rollBoth(session, &mine, &theirs, delta)
-                                                    : rollBoth(session, &theirs, &mine, delta);
-    if (changed) closeUp(session, at->track->id);
-    return changed;
+    const auto delta = rollAmount(session, left, right, secondsTime(toSeconds).subtracting(edgeAt));
+    if (!delta) return false;
+    roll(left, right, *delta);
+    closeUp(session, at->track->id);
+    return true;
 }
 
 bool trimClip(ProjectSession& session, std::string_view clipID, TrimEdge edge, double toSeconds,
@@ -349,23 +348,12 @@ bool slideClipToProgramStart(ProjectSession& session, std::string_view clipID, d
     TimelineClip& clip = at->clip();
     TimelineClip& before = at->track->clips[*previous];
     TimelineClip& after = at->track->clips[*next];
-    const RationalTime wanted = secondsTime(programStartSeconds).subtracting(clip.timelineStart);
     // The neighbours take the move as one roll: `before` grows at its tail by what `after` loses at its head.
-    const EdgeBounds tail = edgeBounds(before, TrimEdge::trailing, maxSourceEnd(before, session));
-    const EdgeBounds head = edgeBounds(after, TrimEdge::leading, maxSourceEnd(after, session));
-    const RationalTime beforeEnd = programEnd(before);
-    const RationalTime lower =
-        std::max(tail.lower.subtracting(beforeEnd), head.lower.subtracting(after.timelineStart));
-    const RationalTime upper =
-        std::min(tail.upper.subtracting(beforeEnd), head.upper.subtracting(after.timelineStart));
-    if (upper < lower) return false;
-    const RationalTime delta = std::clamp(wanted, lower, upper);
-    if (std::abs(delta.seconds()) < unchangedSeconds) return false;
-    placeEdge(before, TrimEdge::trailing, beforeEnd.adding(delta));
-    moveKeepingConnection(clip, clip.timelineStart.adding(delta));
-    const RationalTime afterStart = after.timelineStart;
-    placeEdge(after, TrimEdge::leading, afterStart.adding(delta));
-    keepConnection(after, afterStart);
+    const auto delta =
+        rollAmount(session, before, after, secondsTime(programStartSeconds).subtracting(clip.timelineStart));
+    if (!delta) return false;
+    roll(before, after, *delta);
+    moveKeepingConnection(clip, clip.timelineStart.adding(*delta));
     closeUp(session, at->track->id);
     return true;
 }
