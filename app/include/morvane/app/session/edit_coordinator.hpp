@@ -4,7 +4,7 @@
 /// record. Recording pushes an undo step when the state changed, re-lays a rough cut under review, and
 /// rebuilds the plan. A drag is one gesture: many small changes, one undo step.
 ///
-///     EditCoordinator::perform(session, "Trim Clip", [&] { TimelineEditor::trim(session, ...); });
+///     EditCoordinator::perform(session, "Trim", [&] { TimelineEditor::trimClip(session, id, edge, t); });
 ///     EditCoordinator::undo(session);   // "Undid trim clip."
 
 #include <functional>
