@@ -5,7 +5,7 @@
 /// rebuilds the plan. A drag is one gesture: many small changes, one undo step.
 ///
 ///     EditCoordinator::perform(session, "Trim", [&] { TimelineEditor::trimClip(session, id, edge, t); });
-///     EditCoordinator::undo(session);   // "Undid trim clip."
+///     EditCoordinator::undo(session);   // "Undid trim."
 
 #include <functional>
 #include <optional>
