@@ -558,6 +558,11 @@ TEST(TimelineEditorMove, lanesTakeOnlyWhatTheyCanPlay) {
         EXPECT_EQ(Editor::canMoveClip(session, c.clipID, c.from, c.to), c.allowed);
     }
     EXPECT_FALSE(recorded(session, [&] { return Editor::moveClip(session, music.id, L::overlay, 3); }));
+    // Down to the storyline a clip becomes a host: it hangs on nothing.
+    ASSERT_TRUE(Editor::connectClip(session, cut.x, cut.b));
+    EXPECT_TRUE(recorded(session, [&] { return Editor::moveClip(session, cut.x, L::storyline, 12); }));
+    EXPECT_FALSE(Editor::clip(session, cut.x)->connectedToClipID.has_value());
+    EXPECT_FALSE(Editor::connectClip(session, cut.x, cut.b)) << "a storyline clip can't be connected";
     // Moving to the audio track drops what only a picture uses.
     auto& a = session.timeline->track(TimelineTrackIDs::source)->clips.front();
     a.slotID = "webcam";
@@ -627,6 +632,33 @@ TEST(TimelineEditorInsert, textAndOverlayFilesHangOnTheStoryline) {
     EXPECT_EQ(Editor::clip(session, *overlay)->sourceID, "src7");
     EXPECT_EQ(session.extraSources.at("src7"), "/media/new.mov");
     EXPECT_FALSE(Editor::addOverlayMedia(session, "/media/unknown.mov", 1).has_value()) << "no length known";
+}
+
+TEST(TimelineEditorText, titlesAreSplitStretchedAndRewrittenByLengthAlone) {
+    ProjectSession session;
+    loadCut(session);
+    std::optional<std::string> note;
+    EXPECT_TRUE(
+        recorded(session, [&] { return (note = Editor::addAnnotation(session, "Note", 5, 3)).has_value(); }));
+    EXPECT_EQ(Editor::clip(session, *note)->textStyle, Editor::annotationStyle());
+    EXPECT_TRUE(Editor::annotationStyle().hasBackground());
+    EXPECT_TRUE(Editor::isTextClip(session, *note));
+
+    // Its head goes out to 4 s with the words unchanged: a title has no source to run out of.
+    EXPECT_TRUE(recorded(session, [&] { return Editor::trimClip(session, *note, TrimEdge::leading, 4); }));
+    expectLayout(session, TimelineTrackIDs::text, {{4, 0, 4}});
+    EXPECT_TRUE(recorded(session, [&] { return Editor::splitClip(session, *note, 6); }));
+    expectLayout(session, TimelineTrackIDs::text, {{4, 0, 2}, {6, 2, 4}});
+
+    EXPECT_TRUE(recorded(session, [&] {
+        return Editor::updateTextClip(session, *note, "Hello there", Editor::annotationStyle());
+    }));
+    EXPECT_EQ(Editor::clip(session, *note)->label, "Hello there");
+    EXPECT_FALSE(recorded(session, [&] {
+        return Editor::updateTextClip(session, *note, "Hello there", Editor::annotationStyle());
+    }));
+    const std::string a = session.timeline->clips(TimelineTrackIDs::source).front().id;
+    EXPECT_FALSE(Editor::updateTextClip(session, a, "Not a title", Editor::annotationStyle()));
 }
 
 // Delete.
