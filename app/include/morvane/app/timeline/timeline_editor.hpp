@@ -35,17 +35,9 @@ class UserInterfaceDelegate;
 
 /// How a drag on a clip's edge trims.
 enum class TrimDragMode { normal, ripple, roll };
-inline constexpr auto kTrimDragModeNames = makeEnumTable<TrimDragMode>({
-    {TrimDragMode::normal, "normal"},
-    {TrimDragMode::ripple, "ripple"},
-    {TrimDragMode::roll, "roll"},
-});
 
+/// Which end of a clip a trim moves.
 enum class TrimEdge { leading, trailing };
-inline constexpr auto kTrimEdgeNames = makeEnumTable<TrimEdge>({
-    {TrimEdge::leading, "leading"},
-    {TrimEdge::trailing, "trailing"},
-});
 
 /// Where a clip dropped into the middle of a storyline clip goes.
 enum class StorylineInsertPlacement { splitAndEmbed, beforeHost, afterHost };
