@@ -27,6 +27,7 @@
 #include "cached_model_service.hpp"
 #include "morvane/app/session/chat_log.hpp"
 #include "morvane/app/session/edit_coordinator.hpp"
+#include "morvane/app/timeline/timeline_editor.hpp"
 #include "morvane/app/timeline/timeline_plan_bridge.hpp"
 #include "preview/preview_monitor.hpp"
 #include "recording_loader.hpp"
@@ -161,24 +162,27 @@ StudioWindow::StudioWindow(StudioServices services, QWidget* parent)
                             .saveCheckpoint = [this] { saveCheckpoint(); }},
                            central);
 
-    timeline_ =
-        new TimelineView({.select =
-                              [this](const std::string& id, bool additive) {
-                                  if (!additive) {
-                                      session_.selectClip(id);
-                                      return;
-                                  }
-                                  std::set<std::string> ids = session_.selectedClipIDs;
-                                  if (!ids.insert(id).second) ids.erase(id);
-                                  session_.selectClips(ids, session_.selectedClipID, std::nullopt);
-                              },
-                          .clearSelection = [this] { session_.selectClip(std::nullopt); },
-                          .seek = [this](double seconds) { session_.requestSeekToComposition(seconds); },
-                          .trimBegan = {},
-                          .trimMoved = {},
-                          .trimEnded = {},
-                          .zoomChanged = [this](double zoom) { preferences_.setTimelineZoom(zoom); }},
-                         central);
+    TimelineView::Actions timelineActions;
+    timelineActions.select = [this](const std::string& id, bool additive) {
+        if (!additive) {
+            session_.selectClip(id);
+            return;
+        }
+        std::set<std::string> ids = session_.selectedClipIDs;
+        if (!ids.insert(id).second) ids.erase(id);
+        session_.selectClips(ids, session_.selectedClipID, std::nullopt);
+    };
+    timelineActions.clearSelection = [this] { session_.selectClip(std::nullopt); };
+    timelineActions.seek = [this](double seconds) { session_.requestSeekToComposition(seconds); };
+    timelineActions.trimBegan = [this](const std::string&, app::TrimEdge, app::TrimDragMode mode) {
+        beginTrim(mode);
+    };
+    timelineActions.trimMoved = [this](const std::string& id, app::TrimEdge edge, double seconds) {
+        moveTrim(id, edge, seconds);
+    };
+    timelineActions.trimEnded = [this] { endTrim(); };
+    timelineActions.zoomChanged = [this](double zoom) { preferences_.setTimelineZoom(zoom); };
+    timeline_ = new TimelineView(std::move(timelineActions), central);
     timeline_->setZoom(preferences_.timelineZoom());
 
     columns_ = new QSplitter(Qt::Horizontal, central);
@@ -267,6 +271,9 @@ void StudioWindow::buildMenus() {
     remove->setShortcuts({QKeySequence::Delete, QKeySequence(Qt::Key_Backspace)});
     QAction* ripple = edit->addAction(QStringLiteral("Ripple Delete"), [this] { deleteSelection(true); });
     ripple->setShortcut(QKeySequence(QStringLiteral("Shift+Del")));
+    QAction* split = edit->addAction(QStringLiteral("Split at Playhead"), [this] { splitAtPlayhead(); });
+    split->setShortcut(QKeySequence(Qt::Key_S));
+    edit->addAction(QStringLiteral("Join Clips"), [this] { joinSelection(); });
     edit->addSeparator();
     edit->addAction(QStringLiteral("Save Checkpoint"), [this] { saveCheckpoint(); });
 
@@ -324,7 +331,7 @@ void StudioWindow::buildMenus() {
             applyAppearance(choice);
         });
     }
-    for (QAction* action : {toggle, backwards, stop, forwards, back, next, start}) {
+    for (QAction* action : {toggle, backwards, stop, forwards, back, next, start, split}) {
         action->setShortcutContext(Qt::WindowShortcut);
     }
 }
@@ -480,8 +487,90 @@ void StudioWindow::redo() {
     app::EditCoordinator::redo(session_);
 }
 
-void StudioWindow::deleteSelection(bool /*ripple*/) {
-    if (transcript_->hasFocus()) transcript_->strikeSelection();
+void StudioWindow::splitAtPlayhead() {
+    const double at = session_.playheadCompositionSeconds.value_or(player_.position());
+    const std::vector<std::string> selected(session_.selectedClipIDs.begin(), session_.selectedClipIDs.end());
+    guarded([&] {
+        app::EditCoordinator::perform(session_, "Split Clip", [&] {
+            if (selected.empty()) {
+                app::TimelineEditor::splitAllClipsAtPlayhead(session_, at);
+            } else {
+                app::TimelineEditor::splitClips(session_, selected, at);
+            }
+        });
+    });
+}
+
+void StudioWindow::deleteSelection(bool ripple) {
+    if (transcript_->hasFocus()) {
+        transcript_->strikeSelection();
+        return;
+    }
+    if (session_.selectedClipIDs.empty() || !session_.timeline) return;
+    // Off the storyline a deleted clip leaves a gap; a ripple delete moves what follows on its track up by
+    // the deleted clip's length, last clips first so that each move lands on free time.
+    struct Gap {
+        std::string trackID;
+        double start;
+        double length;
+    };
+    std::vector<Gap> gaps;
+    for (const auto& id : session_.selectedClipIDs) {
+        std::string trackID;
+        const app::TimelineClip* clip = session_.timeline->findClip(id, &trackID);
+        if (!clip || !ripple) continue;
+        if (trackID == app::TimelineTrackIDs::source || trackID == app::TimelineTrackIDs::program) continue;
+        gaps.push_back({trackID, clip->timelineStart.seconds(),
+                        app::TimelinePlanBridge::programDuration(*clip).seconds()});
+    }
+    guarded([&] {
+        app::EditCoordinator::perform(session_, ripple ? "Ripple Delete" : "Delete Clip", [&] {
+            app::TimelineEditor::deleteSelectedClips(session_);
+            std::sort(gaps.begin(), gaps.end(), [](const Gap& a, const Gap& b) { return a.start > b.start; });
+            for (const Gap& gap : gaps) {
+                std::vector<std::pair<double, std::string>> later;
+                for (const auto& clip : session_.timeline->clips(gap.trackID)) {
+                    if (clip.timelineStart.seconds() >= gap.start)
+                        later.emplace_back(clip.timelineStart.seconds(), clip.id);
+                }
+                std::sort(later.begin(), later.end());
+                for (const auto& [start, id] : later)
+                    app::TimelineEditor::moveClip(session_, id, start - gap.length);
+            }
+        });
+    });
+}
+
+void StudioWindow::joinSelection() {
+    if (const auto failure = app::TimelineEditor::diagnoseJoinSelectedClips(session_)) {
+        session_.setError(failure->message());
+        return;
+    }
+    guarded([&] {
+        app::EditCoordinator::perform(session_, "Join Clips",
+                                      [&] { app::TimelineEditor::joinSelectedClips(session_); });
+    });
+}
+
+void StudioWindow::beginTrim(app::TrimDragMode mode) {
+    // A drag is many small trims and one undo step.
+    if (session_.hasExclusiveLock() || app::EditCoordinator::isInGesture()) return;
+    trimMode_ = mode;
+    app::EditCoordinator::beginGesture("Trim Clip", session_);
+}
+
+void StudioWindow::moveTrim(const std::string& clipID, app::TrimEdge edge, double seconds) {
+    if (!trimMode_) return;
+    if (app::TimelineEditor::trimClip(session_, clipID, edge, seconds, *trimMode_)) session_.notifyChange();
+}
+
+void StudioWindow::endTrim() {
+    if (!trimMode_) return;
+    trimMode_.reset();
+    guarded([&] {
+        app::EditCoordinator::endGesture(session_,
+                                         [&] { app::EditCoordinator::finalizeStructuralChange(session_); });
+    });
 }
 
 void StudioWindow::showAlert(const std::string& title, const std::string& text) {

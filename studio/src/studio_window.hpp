@@ -20,6 +20,7 @@
 
 #include "morvane/app/pipeline/project_pipeline.hpp"
 #include "morvane/app/session/project_session.hpp"
+#include "morvane/app/timeline/timeline_editor.hpp"
 #include "preview/preview_player.hpp"
 #include "qt_main_loop.hpp"
 #include "studio_preferences.hpp"
@@ -75,6 +76,13 @@ class StudioWindow final : public QMainWindow, public app::UserInterfaceDelegate
     void saveCheckpoint();
     void undo();
     void redo();
+    /// Splits the selected clips at the playhead, or every clip under it when none is selected.
+    void splitAtPlayhead();
+    /// Removes the selected clips; with `ripple`, later clips on their tracks move up to close the gap
+    /// (the storyline and the rough cut always close up). In the transcript it strikes the selected words.
+    void deleteSelection(bool ripple);
+    /// Joins the selected touching pieces of one recording into one clip.
+    void joinSelection();
     void newProject();
     /// Stops what the window started and is still running.
     void cancelWork();
@@ -118,7 +126,9 @@ class StudioWindow final : public QMainWindow, public app::UserInterfaceDelegate
     app::PipelineContext pipelineContext();
     void track(std::shared_ptr<app::PipelineRequest> request);
     void chooseAndImport();
-    void deleteSelection(bool ripple);
+    void beginTrim(app::TrimDragMode mode);
+    void moveTrim(const std::string& clipID, app::TrimEdge edge, double seconds);
+    void endTrim();
     /// Calls `edit`, showing what it throws in the error banner.
     void guarded(const std::function<void()>& edit);
 
@@ -133,6 +143,7 @@ class StudioWindow final : public QMainWindow, public app::UserInterfaceDelegate
     std::shared_ptr<RecordingLoad> loading_;
     bool refreshPending_ = false;
     std::string shownSeekToken_;
+    std::optional<app::TrimDragMode> trimMode_;  // while an edge is dragged
 
     QStackedWidget* center_ = nullptr;
     QWidget* welcome_ = nullptr;

@@ -126,24 +126,24 @@ QRect TimelineView::clipBox(const std::string& clipID) {
     return {left, rulerHeight + row * trackHeight + 3, std::max(right - left, 2), trackHeight - 6};
 }
 
-TimelineView::Hit TimelineView::hitTest(QPoint point) const {
-    if (point.x() < headerWidth || point.y() < rulerHeight) return {};
+std::optional<app::TimelineClipHit> TimelineView::hitTest(QPoint point) const {
+    if (point.x() < headerWidth || point.y() < rulerHeight) return std::nullopt;
     const int row = (point.y() - rulerHeight) / trackHeight;
-    if (row < 0 || row >= static_cast<int>(tracks_.size())) return {};
+    if (row < 0 || row >= static_cast<int>(tracks_.size())) return std::nullopt;
     const std::string& trackID = tracks_[static_cast<std::size_t>(row)].first;
     for (const auto& clip : clips_) {
         if (clip.trackID != trackID) continue;
         const int left = xOf(clip.startSeconds);
         const int right = xOf(clip.endSeconds);
         if (point.x() < left - edgeGrip / 2 || point.x() > right + edgeGrip / 2) continue;
-        Hit hit{&clip, std::nullopt};
+        app::TimelineClipHit hit{clip.id, clip.trackID, std::nullopt};
         if (right - left > 3 * edgeGrip) {
-            if (point.x() <= left + edgeGrip) hit.edge = ClipEdge::leading;
-            if (point.x() >= right - edgeGrip) hit.edge = ClipEdge::trailing;
+            if (point.x() <= left + edgeGrip) hit.edge = app::TrimEdge::leading;
+            if (point.x() >= right - edgeGrip) hit.edge = app::TrimEdge::trailing;
         }
         return hit;
     }
-    return {};
+    return std::nullopt;
 }
 
 void TimelineView::paintEvent(QPaintEvent* /*event*/) {
@@ -225,15 +225,19 @@ void TimelineView::mousePressEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton) return;
     setFocus(Qt::MouseFocusReason);
     const QPoint point = event->position().toPoint();
-    const Hit hit = hitTest(point);
-    if (hit.clip && hit.edge) {
-        trimming_.emplace(hit.clip->id, *hit.edge);
-        if (actions_.select) actions_.select(hit.clip->id, false);
-        if (actions_.trimBegan) actions_.trimBegan(hit.clip->id, *hit.edge);
+    const auto hit = hitTest(point);
+    if (hit && hit->edge) {
+        trimming_ = hit;
+        const app::TrimDragMode mode = (event->modifiers() & Qt::ShiftModifier) ? app::TrimDragMode::ripple
+                                       : (event->modifiers() & Qt::ControlModifier)
+                                           ? app::TrimDragMode::roll
+                                           : app::TrimDragMode::normal;
+        if (actions_.select) actions_.select(hit->clipID, false);
+        if (actions_.trimBegan) actions_.trimBegan(hit->clipID, *hit->edge, mode);
         return;
     }
-    if (hit.clip) {
-        if (actions_.select) actions_.select(hit.clip->id, (event->modifiers() & Qt::ShiftModifier) != 0);
+    if (hit) {
+        if (actions_.select) actions_.select(hit->clipID, (event->modifiers() & Qt::ShiftModifier) != 0);
         return;
     }
     if (point.x() < headerWidth) return;
@@ -245,15 +249,15 @@ void TimelineView::mousePressEvent(QMouseEvent* event) {
 void TimelineView::mouseMoveEvent(QMouseEvent* event) {
     const QPoint point = event->position().toPoint();
     if (trimming_) {
-        if (actions_.trimMoved) actions_.trimMoved(trimming_->first, trimming_->second, secondsAt(point.x()));
+        if (actions_.trimMoved) actions_.trimMoved(trimming_->clipID, *trimming_->edge, secondsAt(point.x()));
         return;
     }
     if (scrubbing_) {
         if (actions_.seek) actions_.seek(secondsAt(std::max(point.x(), headerWidth)));
         return;
     }
-    const Hit hit = hitTest(point);
-    viewport()->setCursor(hit.edge ? Qt::SizeHorCursor : Qt::ArrowCursor);
+    const auto hit = hitTest(point);
+    viewport()->setCursor(hit && hit->edge ? Qt::SizeHorCursor : Qt::ArrowCursor);
 }
 
 void TimelineView::mouseReleaseEvent(QMouseEvent* event) {

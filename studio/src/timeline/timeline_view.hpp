@@ -12,15 +12,13 @@
 #include <vector>
 
 #include "morvane/app/timeline/timeline_document.hpp"
+#include "morvane/app/timeline/timeline_editor.hpp"
 
 namespace morvane::app {
 class ProjectSession;
 }
 
 namespace morvane::studio {
-
-/// Which end of a clip a drag holds.
-enum class ClipEdge { leading, trailing };
 
 /// A clip as drawn: its track, its program span in seconds, and its text.
 struct TimelineViewClip {
@@ -39,9 +37,10 @@ class TimelineView final : public QAbstractScrollArea {
         std::function<void(const std::string& clipID, bool additive)> select;
         std::function<void()> clearSelection;
         std::function<void(double programSeconds)> seek;
-        /// A drag on an edge: begins (once), moves to `programSeconds` (many times), ends.
-        std::function<void(const std::string& clipID, ClipEdge edge)> trimBegan;
-        std::function<void(const std::string& clipID, ClipEdge edge, double programSeconds)> trimMoved;
+        /// A drag on an edge: begins (once; Shift ripples, Ctrl rolls), moves to `programSeconds` (many
+        /// times), ends.
+        std::function<void(const std::string& clipID, app::TrimEdge edge, app::TrimDragMode mode)> trimBegan;
+        std::function<void(const std::string& clipID, app::TrimEdge edge, double programSeconds)> trimMoved;
         std::function<void()> trimEnded;
         std::function<void(double pixelsPerSecond)> zoomChanged;
     };
@@ -66,6 +65,8 @@ class TimelineView final : public QAbstractScrollArea {
     /// The program time under viewport x.
     [[nodiscard]] double secondsAt(int x) const;
     [[nodiscard]] const std::set<std::string>& selection() const noexcept { return selected_; }
+    /// What is under viewport point `point`: a clip, and its edge when the point is on a trim handle.
+    [[nodiscard]] std::optional<app::TimelineClipHit> hitTest(QPoint point) const;
 
   protected:
     void paintEvent(QPaintEvent* event) override;
@@ -76,11 +77,6 @@ class TimelineView final : public QAbstractScrollArea {
     void wheelEvent(QWheelEvent* event) override;
 
   private:
-    struct Hit {
-        const TimelineViewClip* clip = nullptr;
-        std::optional<ClipEdge> edge;
-    };
-    [[nodiscard]] Hit hitTest(QPoint point) const;
     [[nodiscard]] int rowOf(const std::string& trackID) const;
     void updateScrollBar();
 
@@ -91,7 +87,7 @@ class TimelineView final : public QAbstractScrollArea {
     double playhead_ = 0.0;
     double duration_ = 0.0;
     double zoom_ = 24.0;
-    std::optional<std::pair<std::string, ClipEdge>> trimming_;
+    std::optional<app::TimelineClipHit> trimming_;
     bool scrubbing_ = false;
 };
 
