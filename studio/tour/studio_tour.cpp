@@ -18,6 +18,7 @@
 #include <stdexcept>
 
 #include "assistant/assistant_panel.hpp"
+#include "morvane/app/timeline/timeline_document.hpp"
 #include "morvane/engine/support/preferences_store.hpp"
 #include "morvane/intelligence/model/language_model.hpp"
 #include "preview/preview_monitor.hpp"
@@ -144,6 +145,16 @@ int main(int argc, char** argv) {
         tour.waitFor(
             "strike words", [&] { return transcript->isStruck(firstID); }, 10);
         tour.screenshot("struck");
+
+        // The timeline: split the storyline at the playhead with the S key.
+        window.session().requestSeekToComposition(window.player().duration() / 2);
+        const auto before = window.session().timeline->clips(app::TimelineTrackIDs::source).size();
+        QTest::keyClick(&window, Qt::Key_S);
+        tour.waitFor(
+            "split",
+            [&] { return window.session().timeline->clips(app::TimelineTrackIDs::source).size() > before; },
+            10);
+        tour.screenshot("split");
         fmt::print("done: {}\n", window.session().statusMessage);
     } catch (const std::exception& error) {
         fmt::print(stderr, "morvane-studio-tour: {}\n", error.what());
