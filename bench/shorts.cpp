@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "morvane/engine/support/files.hpp"
+#include "json_file.hpp"
 #include "morvane/intelligence/cleanup/duration_target_packer.hpp"
 #include "morvane/intelligence/publish/shorts_candidate_scorer.hpp"
 
@@ -22,11 +22,7 @@ struct Talk {
     SegmentDocument segments;
 };
 
-template <class T>
-T readJSON(const std::filesystem::path& path) {
-    const Json json = parseJson(readWholeFile(path), path.filename().string());
-    return JsonReader(json, path.filename().string()).get<T>();
-}
+using bench::readJSON;
 
 const Talk* talk() {
     static const std::unique_ptr<Talk> loaded = []() -> std::unique_ptr<Talk> {
