@@ -222,23 +222,8 @@ TEST(ProjectPipelineShorts, aShortsPlanKeepsThePassageOnTheFormatsCanvas) {
 }
 
 TEST(ProjectPipelineShorts, theShortCutPacksToTheLengthAsked) {
-    // Five sentences of about 1.5 s with pauses between them, over 9.8 s.
     ProjectSession session;
-    loadTalk(session,
-             words({{"Why", 0.0, 0.5},
-                    {"cut?", 0.6, 1.5},
-                    {"Um,", 2.0, 2.4},
-                    {"uh,", 2.5, 2.9},
-                    {"Today", 3.5, 3.9},
-                    {"we", 4.0, 4.1},
-                    {"cut", 4.2, 4.5},
-                    {"video.", 4.6, 5.0},
-                    {"Then", 6.0, 6.4},
-                    {"export.", 6.5, 7.5},
-                    {"Thanks", 8.5, 8.9},
-                    {"for", 9.0, 9.1},
-                    {"watching.", 9.2, 9.8}}),
-             {{0, 1}, {2, 3}, {4, 7}, {8, 9}, {10, 12}});
+    loadMessyTalk(session);
     ManualMainLoop loop;
     const auto request =
         ProjectPipeline::applyCommand(session, ID::shortCut60s, {.mainLoop = loop}, {.targetSeconds = 8});
@@ -246,7 +231,8 @@ TEST(ProjectPipelineShorts, theShortCutPacksToTheLengthAsked) {
     loop.runPending();
     ASSERT_TRUE(session.isReviewingProposal()) << session.errorMessage.value_or("");
     EXPECT_EQ(session.chatMessages.front().text, "Short cut · target 8s");
-    // The question opens the best passage of 6 to 8 s: its first four sentences span 7.5 s.
+    // "Welcome to the show." holds "how", a hook: it opens the best passage of 6 to 8 s, the first four
+    // sentences (7.5 s).
     EXPECT_EQ(session.pendingProposal->keepSegmentIDs, (std::vector{0, 1, 2, 3}));
     EXPECT_TRUE(session.statusMessage.starts_with("Short cut · target 8s · kept ")) << session.statusMessage;
     EXPECT_TRUE(session.classification->results[0].modelNotes->ends_with(";target=8s"));
