@@ -16,6 +16,7 @@
 #include <stop_token>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "morvane/app/session/project_session.hpp"
 #include "morvane/app/support/main_loop.hpp"
@@ -36,6 +37,13 @@ class UserInterfaceDelegate {
   public:
     virtual ~UserInterfaceDelegate() = default;
     virtual void showAlert(const std::string& title, const std::string& text) = 0;
+    /// Asks `question` with `choices`, the last of which cancels, and returns the index of the one chosen.
+    /// A front end that can't ask keeps this default, which declines.
+    virtual std::optional<std::size_t> ask(const std::string& /*question*/,
+                                           const std::string& /*informativeText*/,
+                                           const std::vector<std::string>& /*choices*/) {
+        return std::nullopt;
+    }
 };
 
 /// What the pipeline's long operations run with.
