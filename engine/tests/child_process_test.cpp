@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
-#include <stdlib.h>
 
 #include <cerrno>
 #include <system_error>
 #include <thread>
 
 #include "morvane/engine/support/files.hpp"
+#include "morvane/testing/scoped_environment.hpp"
 #include "morvane/testing/temp_dir.hpp"
 
 namespace morvane {
@@ -70,8 +70,8 @@ TEST(FindExecutable, looksOnThePathAndTakesPathsAsTheyAre) {
     const fs::path plain = dir.write("plain-file", "not a program");
     fs::create_directory(dir.path() / "folder-tool");
 
-    const std::string savedPath = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
-    setenv("PATH", ("/nonexistent:" + dir.path().string() + ":/bin").c_str(), 1);
+    testing::ScopedEnvironment environment;
+    environment.set("PATH", ("/nonexistent:" + dir.path().string() + ":/bin").c_str());
     struct Case {
         std::string name;
         std::optional<fs::path> expected;
@@ -87,7 +87,6 @@ TEST(FindExecutable, looksOnThePathAndTakesPathsAsTheyAre) {
     };
     for (const Case& c : cases)
         EXPECT_EQ(findExecutable(c.name), c.expected) << c.name;
-    setenv("PATH", savedPath.c_str(), 1);
 }
 
 }  // namespace
