@@ -18,7 +18,7 @@ using namespace morvane::intelligence;
 
 namespace {
 
-std::string clock(double seconds) {
+std::string minutesAndSeconds(double seconds) {
     const auto whole = static_cast<long>(seconds);
     return fmt::format("{}:{:02d}", whole / 60, whole % 60);
 }
@@ -33,7 +33,7 @@ void printSummary(const TranscriptDocument& transcript) {
         counted += fmt::format("{}{} \"{}\"", counted.empty() ? "" : ", ", count, token);
     fmt::print("{} words, {} fillers{}{}{}; {} of audio; {}\n", transcript.words.size(),
                transcript.disfluencyHits.size(), counted.empty() ? "" : " (", counted,
-               counted.empty() ? "" : ")", clock(transcript.durationSeconds), transcript.locale);
+               counted.empty() ? "" : ")", minutesAndSeconds(transcript.durationSeconds), transcript.locale);
 }
 
 }  // namespace

@@ -8,15 +8,12 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <thread>
 #include <utility>
 
 #include "morvane/engine/silence/silence_detector.hpp"
-#include "morvane/engine/support/files.hpp"
-#include "morvane/engine/support/uuid.hpp"
 #include "morvane/intelligence/support/text.hpp"
 #include "morvane/intelligence/transcription/utterance_splitter.hpp"
 

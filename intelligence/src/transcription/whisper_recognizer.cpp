@@ -59,9 +59,12 @@ class PCM16WavFile {
     }
 
     void append(std::span<const float> samples) {
+        block_.clear();
         for (const float s : samples)
-            put(static_cast<std::int16_t>(std::lround(std::clamp(s, -1.0f, 1.0f) * 32767.0f)));
-        dataBytes_ += samples.size() * 2;
+            block_.push_back(static_cast<std::int16_t>(std::lround(std::clamp(s, -1.0f, 1.0f) * 32767.0f)));
+        out_.write(reinterpret_cast<const char*>(block_.data()),
+                   static_cast<std::streamsize>(block_.size() * 2));
+        dataBytes_ += block_.size() * 2;
     }
 
     void finish() {
@@ -82,6 +85,7 @@ class PCM16WavFile {
     }
 
     std::ofstream out_;
+    std::vector<std::int16_t> block_;  // little-endian, as RIFF wants
     std::uint64_t dataBytes_ = 0;
 };
 
@@ -232,19 +236,12 @@ std::vector<RecognitionResult> WhisperRecognizer::recognize(engine::PCMStream& a
         file.finish();
     }
 
-    const std::vector<std::string> arguments{resolved.program.string(),
-                                             "-m",
-                                             resolved.model.string(),
-                                             "-f",
-                                             wav.string(),
-                                             "-l",
-                                             languageCode(locale),
-                                             "-t",
-                                             std::to_string(threadCount(options_.threads)),
-                                             "-ojf",
-                                             "-of",
-                                             outputStem.string(),
-                                             "-pp"};
+    // Full JSON (token times and probabilities) to the output stem, and progress lines on stderr.
+    std::vector<std::string> arguments{resolved.program.string(), "-m", resolved.model.string(), "-f",
+                                       wav.string()};
+    arguments.insert(arguments.end(),
+                     {"-l", languageCode(locale), "-t", std::to_string(threadCount(options_.threads))});
+    arguments.insert(arguments.end(), {"-ojf", "-of", outputStem.string(), "-pp"});
     ChildProcessResult run;
     try {
         run = runChildProcess(arguments,
