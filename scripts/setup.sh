@@ -17,6 +17,8 @@ packages=(
   libcairo2-dev
   # speech, the local language model client and its test server
   libpocketsphinx-dev pocketsphinx-en-us libcurl4-openssl-dev libcpp-httplib-dev
+  # pocketsphinx's own command-line decoder: the baseline bench/transcription.sh measures against
+  pocketsphinx
   # synthetic speech and audio fixtures for tests and the bundled sample
   flite espeak-ng sox
   # the desktop window (Qt 6 Widgets and Multimedia); Xvfb for its screenshots

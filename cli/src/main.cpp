@@ -28,6 +28,7 @@ int main(int argc, char** argv) {
     addRenderAudioVerb(app, state);
     addShortsVerb(app, state);
     addProbeVerb(app, state);
+    addTranscribeVerb(app, state);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {

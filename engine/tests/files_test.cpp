@@ -9,6 +9,7 @@
 #include "morvane/engine/support/files.hpp"
 #include "morvane/engine/support/preferences_store.hpp"
 #include "morvane/engine/support/uuid.hpp"
+#include "morvane/testing/scoped_environment.hpp"
 #include "morvane/testing/temp_dir.hpp"
 
 namespace morvane {
@@ -58,31 +59,7 @@ TEST(ReadWholeFile, missingFilesAndFoldersAreMissingFiles) {
     }
 }
 
-// Sets environment variables for one scope and puts back what was there.
-class ScopedEnvironment {
-  public:
-    ~ScopedEnvironment() {
-        for (const auto& [name, value] : saved_) {
-            if (value) {
-                setenv(name.c_str(), value->c_str(), 1);
-            } else {
-                unsetenv(name.c_str());
-            }
-        }
-    }
-    void set(const std::string& name, const char* value) {
-        const char* old = std::getenv(name.c_str());
-        saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
-        if (value) {
-            setenv(name.c_str(), value, 1);
-        } else {
-            unsetenv(name.c_str());
-        }
-    }
-
-  private:
-    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
-};
+using testing::ScopedEnvironment;
 
 TEST(Folders, followXdgVariablesAndFallBackToHome) {
     ScopedEnvironment env;
