@@ -19,6 +19,8 @@ packages=(
   libpocketsphinx-dev pocketsphinx-en-us libcurl4-openssl-dev libcpp-httplib-dev
   # synthetic speech and audio fixtures for tests and the bundled sample
   flite espeak-ng sox
+  # the project type and the desktop entry, and their checks
+  shared-mime-info desktop-file-utils
 )
 
 missing=()

@@ -9,6 +9,7 @@
 #include "morvane/engine/support/files.hpp"
 #include "morvane/engine/support/preferences_store.hpp"
 #include "morvane/engine/support/uuid.hpp"
+#include "morvane/testing/scoped_environment.hpp"
 #include "morvane/testing/temp_dir.hpp"
 
 namespace morvane {
@@ -58,34 +59,8 @@ TEST(ReadWholeFile, missingFilesAndFoldersAreMissingFiles) {
     }
 }
 
-// Sets environment variables for one scope and puts back what was there.
-class ScopedEnvironment {
-  public:
-    ~ScopedEnvironment() {
-        for (const auto& [name, value] : saved_) {
-            if (value) {
-                setenv(name.c_str(), value->c_str(), 1);
-            } else {
-                unsetenv(name.c_str());
-            }
-        }
-    }
-    void set(const std::string& name, const char* value) {
-        const char* old = std::getenv(name.c_str());
-        saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
-        if (value) {
-            setenv(name.c_str(), value, 1);
-        } else {
-            unsetenv(name.c_str());
-        }
-    }
-
-  private:
-    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
-};
-
 TEST(Folders, followXdgVariablesAndFallBackToHome) {
-    ScopedEnvironment env;
+    testing::ScopedEnvironment env;
     env.set("XDG_CONFIG_HOME", "/srv/conf");
     EXPECT_EQ(configDirectory(), fs::path("/srv/conf/morvane"));
     env.set("XDG_CONFIG_HOME", "relative/ignored");  // only absolute paths count
@@ -95,6 +70,21 @@ TEST(Folders, followXdgVariablesAndFallBackToHome) {
     EXPECT_EQ(dataDirectory(), fs::path("/home/u/.local/share/Morvane"));
     env.set("XDG_CACHE_HOME", "/var/cache/u");
     EXPECT_EQ(cacheDirectory(), fs::path("/var/cache/u/Morvane"));
+}
+
+TEST(Folders, documentsComeFromTheVariableThenUserDirsThenHome) {
+    const testing::TempDir dir;
+    testing::ScopedEnvironment env;
+    env.set("HOME", "/home/u");
+    env.set("XDG_CONFIG_HOME", dir.path().c_str());
+    env.set("XDG_DOCUMENTS_DIR", nullptr);
+    EXPECT_EQ(documentsDirectory(), fs::path("/home/u/Documents"));
+    dir.write("user-dirs.dirs",
+              "# written by xdg-user-dirs-update\nXDG_DESKTOP_DIR=\"$HOME/Schreibtisch\"\n"
+              "XDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"\n");
+    EXPECT_EQ(documentsDirectory(), fs::path("/home/u/Dokumente"));
+    env.set("XDG_DOCUMENTS_DIR", "/srv/docs");
+    EXPECT_EQ(documentsDirectory(), fs::path("/srv/docs"));
 }
 
 TEST(FileURL, encodesReservedBytesAndDecodesBack) {
