@@ -159,6 +159,7 @@ TEST_F(ProjectBundle, aFailedSaveLeavesThePreviousManifestAndMarksTheProjectUnsa
                                 .durationSeconds = 3,
                                 .hasVideo = true});
     session.isDirty = true;
+    session.setSuccess("Trimmed the intro.");
     try {
         ProjectBundleIO::save(session, bundle);
         ADD_FAILURE() << "saved with a missing file";
@@ -169,6 +170,7 @@ TEST_F(ProjectBundle, aFailedSaveLeavesThePreviousManifestAndMarksTheProjectUnsa
     EXPECT_EQ(readWholeFile(bundle / "project.json"), before);
     EXPECT_TRUE(session.isDirty);
     EXPECT_FALSE(session.hasExclusiveLock());
+    EXPECT_EQ(session.statusMessage, "Trimmed the intro.");  // no "Saving…" left behind
 
     // Media is copied whole or not at all, and never through a link.
     fs::create_symlink(recording, dir.path() / "link.mp4");

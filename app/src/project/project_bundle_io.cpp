@@ -88,12 +88,30 @@ LockedJob beginExclusiveJob(ProjectSession& session, MediaJobKind kind, const st
     return {session.beginJob(kind, title), status};
 }
 
+// Ends the job and puts back the status line it covered.
+void endExclusiveJob(ProjectSession& session, const LockedJob& lock) {
+    session.endJob(lock.id);
+    session.statusMessage = lock.status.message;
+    session.statusKind = lock.status.kind;
+}
+
+std::string savingTitle(const ProjectSession& session) {
+    return "Saving " + session.projectName + "…";
+}
+
+std::string openingTitle(const fs::path& url) {
+    return "Opening " + lastComponent(url) + "…";
+}
+
+// Captures what a save writes, and marks the project saved from this moment: whatever changes while the
+// bundle is written marks it unsaved again.
 SaveJob prepareSave(ProjectSession& session, const fs::path& url, const BundleOptions& options) {
     SaveJob job{.bundle = ProjectBundleIO::normalizedProjectURL(url),
                 .base = {},
                 .document = ProjectDocument::capture(session),
                 .copyMedia = options.copyMedia};
     job.base = session.projectURL.value_or(job.bundle);
+    session.isDirty = false;
     return job;
 }
 
@@ -222,8 +240,38 @@ void finishLoad(ProjectSession& session, OpenedBundle opened, const BundleOption
     noteRecent(options, opened.bundle);
 }
 
-std::string savingTitle(const ProjectSession& session) {
-    return "Saving " + session.projectName + "…";
+// The main thread's part once the bundle is written (or the write failed): the session learns where it
+// lives now, or stays unsaved. Returns the failure, the write's or this step's.
+std::exception_ptr completeSave(ProjectSession& session, const LockedJob& lock, const SaveJob& job,
+                                const std::vector<MediaBinEntry>& written, std::exception_ptr failure,
+                                const BundleOptions& options) {
+    endExclusiveJob(session, lock);
+    if (!failure) {
+        try {
+            finishSave(session, job.bundle, written, options);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    }
+    if (failure) {
+        session.isDirty = true;
+        session.notifyChange();
+    }
+    return failure;
+}
+
+// The main thread's part once the bundle is read: the session is filled, or left as it was.
+std::exception_ptr completeLoad(ProjectSession& session, const LockedJob& lock,
+                                std::optional<OpenedBundle>& opened, std::exception_ptr failure,
+                                const BundleOptions& options) {
+    endExclusiveJob(session, lock);
+    if (failure) return failure;
+    try {
+        finishLoad(session, std::move(*opened), options);
+    } catch (...) {
+        return std::current_exception();
+    }
+    return nullptr;
 }
 
 }  // namespace
@@ -325,81 +373,53 @@ fs::path ProjectBundleIO::cursorSidecarPath(const fs::path& mediaFolder, std::st
 
 void ProjectBundleIO::save(ProjectSession& session, const fs::path& url, const BundleOptions& options) {
     const LockedJob lock = beginExclusiveJob(session, MediaJobKind::projectSave, savingTitle(session));
-    SaveJob job = prepareSave(session, url, options);
-    // Whatever changes from here on marks the project unsaved again.
-    session.isDirty = false;
+    const SaveJob job = prepareSave(session, url, options);
+    std::vector<MediaBinEntry> written;
+    std::exception_ptr failure;
     try {
-        const auto written = writeBundle(job);
-        session.endJob(lock.id);
-        session.statusMessage = lock.status.message;
-        session.statusKind = lock.status.kind;
-        finishSave(session, job.bundle, written, options);
+        written = writeBundle(job);
     } catch (...) {
-        session.isDirty = true;
-        session.endJob(lock.id);
-        throw;
+        failure = std::current_exception();
     }
+    failure = completeSave(session, lock, job, written, failure, options);
+    if (failure) std::rethrow_exception(failure);
 }
 
 void ProjectBundleIO::load(ProjectSession& session, const fs::path& url, const BundleOptions& options) {
-    const LockedJob lock =
-        beginExclusiveJob(session, MediaJobKind::projectOpen, "Opening " + lastComponent(url) + "…");
+    const LockedJob lock = beginExclusiveJob(session, MediaJobKind::projectOpen, openingTitle(url));
+    std::optional<OpenedBundle> opened;
+    std::exception_ptr failure;
     try {
-        OpenedBundle opened = readBundle(url);
-        session.endJob(lock.id);
-        finishLoad(session, std::move(opened), options);
+        opened = readBundle(url);
     } catch (...) {
-        session.endJob(lock.id);
-        throw;
+        failure = std::current_exception();
     }
+    failure = completeLoad(session, lock, opened, failure, options);
+    if (failure) std::rethrow_exception(failure);
 }
 
 std::shared_ptr<PipelineRequest> ProjectBundleIO::saveInBackground(
     ProjectSession& session, const fs::path& url, MainLoop& loop, const BundleOptions& options,
     std::function<void(std::exception_ptr)> done) {
     const LockedJob lock = beginExclusiveJob(session, MediaJobKind::projectSave, savingTitle(session));
-    auto job = std::make_shared<SaveJob>(prepareSave(session, url, options));
-    session.isDirty = false;
+    auto job = std::make_shared<const SaveJob>(prepareSave(session, url, options));
     auto written = std::make_shared<std::vector<MediaBinEntry>>();
     return runInBackground(
         loop, [job, written](std::stop_token) { *written = writeBundle(*job); },
         [&session, lock, job, written, options, done = std::move(done)](std::exception_ptr failure) {
-            session.endJob(lock.id);
-            if (!failure) {
-                session.statusMessage = lock.status.message;
-                session.statusKind = lock.status.kind;
-                try {
-                    finishSave(session, job->bundle, *written, options);
-                } catch (...) {
-                    failure = std::current_exception();
-                }
-            }
-            if (failure) {
-                session.isDirty = true;
-                session.notifyChange();
-            }
-            done(failure);
+            done(completeSave(session, lock, *job, *written, failure, options));
         });
 }
 
 std::shared_ptr<PipelineRequest> ProjectBundleIO::loadInBackground(
     ProjectSession& session, const fs::path& url, MainLoop& loop, const BundleOptions& options,
     std::function<void(std::exception_ptr)> done) {
-    const LockedJob lock =
-        beginExclusiveJob(session, MediaJobKind::projectOpen, "Opening " + lastComponent(url) + "…");
+    const LockedJob lock = beginExclusiveJob(session, MediaJobKind::projectOpen, openingTitle(url));
     auto opened = std::make_shared<std::optional<OpenedBundle>>();
     return runInBackground(
         loop, [url, opened](std::stop_token) { *opened = readBundle(url); },
         [&session, lock, opened, options, done = std::move(done)](std::exception_ptr failure) {
-            session.endJob(lock.id);
-            if (!failure) {
-                try {
-                    finishLoad(session, std::move(**opened), options);
-                } catch (...) {
-                    failure = std::current_exception();
-                }
-            }
-            done(failure);
+            done(completeLoad(session, lock, *opened, failure, options));
         });
 }
 
