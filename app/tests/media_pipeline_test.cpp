@@ -230,6 +230,8 @@ TEST_F(MediaPipeline, aCancelledTranscriptionLeavesTheProjectAsItWas) {
     const auto request = ProjectPipeline::transcribeMedia(session, context(), {.locale = "en-US"});
     ASSERT_TRUE(
         loop.runUntil([&] { return !session.activeJobs.empty() && session.activeJobs.front().progress; }));
+    EXPECT_DOUBLE_EQ(*session.activeJobs.front().progress,
+                     0.4);  // halfway through recognition, 80 % of the job
     EXPECT_TRUE(session.activeJobs.front().isCancellable);
     EXPECT_EQ(session.activeJobs.front().title, "Transcribing talk.mp4…");
     request->cancel();
@@ -270,6 +272,11 @@ TEST_F(MediaPipeline, removingThePrimaryPromotesTheFirstSourceWithAPicture) {
     EXPECT_EQ(session.statusMessage, "Removed 1 media file.");
     EXPECT_EQ(session.editHistory.undoMenuTitle(), "Undo Remove Media");
     expectConsistent(session);
+
+    EXPECT_TRUE(ProjectPipeline::renameMedia(session, "src3", "  Screen take 2 "));
+    EXPECT_EQ(session.mediaTitle, "Screen take 2");
+    EXPECT_FALSE(ProjectPipeline::renameMedia(session, "src3", " "));
+    EXPECT_FALSE(ProjectPipeline::renameMedia(session, "src1", "Gone"));
 
     ProjectPipeline::removeMedia(session, {"src2", "src3"});
     EXPECT_TRUE(session.mediaBin.empty());

@@ -55,23 +55,6 @@ bool isStill(const fs::path& file) {
     return engine::CompositionBuilder::isImageFile(file.string());
 }
 
-fs::path standardized(const fs::path& path) {
-    std::error_code error;
-    fs::path resolved = fs::weakly_canonical(path, error);
-    return error ? path.lexically_normal() : resolved;
-}
-
-// How a bin entry stores a file: relative to the bundle when inside it, absolute otherwise.
-std::string storedPath(const fs::path& file, const std::optional<fs::path>& bundle) {
-    const fs::path absolute = standardized(file);
-    if (bundle) {
-        const fs::path root = standardized(*bundle);
-        if (MediaPathGuard::isInside(absolute, root))
-            return absolute.lexically_relative(root).generic_string();
-    }
-    return absolute.string();
-}
-
 // The file a source plays from now.
 fs::path sourceFile(const ProjectSession& session, const MediaBinEntry& entry) {
     if (entry.id == session.primarySourceID && session.mediaURL) return *session.mediaURL;
@@ -98,7 +81,7 @@ bool refuseWhileLocked(ProjectSession& session) {
     return true;
 }
 
-// The session's primary fields taken from `entry`, whose file lasts `seconds`.
+// The session's primary fields taken from `entry`; any other primary steps down.
 void adoptPrimary(ProjectSession& session, MediaBinEntry entry) {
     for (auto& other : session.mediaBin) {
         if (other.kind == MediaBinKind::primary && other.id != entry.id)
@@ -198,10 +181,11 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::importMedia(ProjectSession& se
     // Copied into the bundle unless it is the primary already playing from there.
     std::optional<fs::path> bundle;
     std::map<fs::path, fs::path> taken;
-    if (session.projectURL && (!session.mediaURL || standardized(*session.mediaURL) != standardized(file))) {
+    if (session.projectURL && (!session.mediaURL || MediaPathGuard::standardized(*session.mediaURL) !=
+                                                        MediaPathGuard::standardized(file))) {
         bundle = session.projectURL;
         for (const auto& entry : session.mediaBin) {
-            const fs::path kept = standardized(sourceFile(session, entry));
+            const fs::path kept = MediaPathGuard::standardized(sourceFile(session, entry));
             taken[kept] = kept;
         }
     }
@@ -224,7 +208,7 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::importMedia(ProjectSession& se
             const bool primary = setAsPrimary.value_or(session.mediaBin.empty());
             MediaBinEntry entry{.id = id,
                                 .label = name,
-                                .urlPath = storedPath(probed->file, session.projectURL),
+                                .urlPath = MediaBinEntry::storedPath(probed->file, session.projectURL),
                                 .kind = MediaBinKind::broll};
             describeFile(entry, *probed);
             std::string line;
@@ -274,7 +258,7 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::relinkMedia(ProjectSession& se
                 return;
             }
             const std::string name = probed->file.filename().string();
-            entry->urlPath = storedPath(probed->file, session.projectURL);
+            entry->urlPath = MediaBinEntry::storedPath(probed->file, session.projectURL);
             entry->label = name;
             describeFile(*entry, *probed);
             session.syncExtraSourcesFromMediaBin(session.projectURL);
@@ -497,10 +481,15 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::transcribeMedia(ProjectSession
     return runInBackground(
         loop,
         [state, provider, owner, &loop](std::stop_token stop) {
-            const auto progress = [&loop, owner, id = state->jobID](double share) {
-                loop.post([owner, id, share] { owner->updateJob(id, share); });
+            // One bar for the three steps: recognition takes most of the time, the two passes over the
+            // recording's sound the rest.
+            const auto stage = [&loop, owner, id = state->jobID](double from, double to) {
+                return [&loop, owner, id, from, to](double share) {
+                    loop.post([owner, id, at = from + (to - from) * share] { owner->updateJob(id, at); });
+                };
             };
-            auto transcript = provider->transcribe(state->file, {.locale = state->locale}, progress, stop);
+            auto transcript =
+                provider->transcribe(state->file, {.locale = state->locale}, stage(0.0, 0.8), stop);
             loop.post([owner, state, transcript] {
                 ProjectSession& s = *owner;
                 s.commitSourceTranscript();
@@ -520,8 +509,8 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::transcribeMedia(ProjectSession
                                                            .windowSeconds = 0.02,
                                                            .minSilenceSeconds = 0.15,
                                                            .paddingSeconds = 0.05};
-            auto segments =
-                intelligence::Segmenter::segment(transcript, state->file, {}, silences, progress, stop);
+            auto segments = intelligence::Segmenter::segment(transcript, state->file, {}, silences,
+                                                             stage(0.8, 0.9), stop);
             loop.post([owner, segments] {
                 owner->segments = segments;
                 owner->seedCutItemsFromSegments("transcript");
@@ -529,7 +518,7 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::transcribeMedia(ProjectSession
             });
             auto evidence = intelligence::MediaEvidenceBuilder::build(
                 state->file, transcript, segments, intelligence::MediaEvidenceBuilder::defaultMaxFrames,
-                progress, stop);
+                stage(0.9, 1.0), stop);
             loop.post([owner, evidence = std::move(evidence)] {
                 owner->mediaEvidence = evidence;
                 owner->commitSourceTranscript();

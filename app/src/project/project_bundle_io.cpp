@@ -33,12 +33,6 @@ std::string lastComponent(const fs::path& path) {
     return normal.has_filename() ? normal.filename().string() : normal.parent_path().filename().string();
 }
 
-fs::path standardized(const fs::path& path) {
-    std::error_code error;
-    fs::path resolved = fs::weakly_canonical(path, error);
-    return error ? path.lexically_normal() : resolved;
-}
-
 bool isPresent(const fs::path& path) {
     std::error_code error;
     return fs::exists(fs::symlink_status(path, error));
@@ -124,11 +118,11 @@ std::vector<MediaBinEntry> writeBundle(SaveJob job) {
     removeStaleTemporaries(job.bundle);
     removeStaleTemporaries(mediaFolder);
 
-    const fs::path root = standardized(job.bundle);
+    const fs::path root = MediaPathGuard::standardized(job.bundle);
     std::vector<fs::path> sources;
     std::map<fs::path, fs::path> taken;  // copies in Media → what they are copies of
     for (const auto& entry : job.document.mediaBin) {
-        const fs::path source = standardized(entry.resolvedURL(job.base));
+        const fs::path source = MediaPathGuard::standardized(entry.resolvedURL(job.base));
         if (!isPresent(source)) {
             // Named as the entry names it: a path the guard refused resolves to a placeholder.
             const fs::path named = entry.resolvedURL(std::nullopt);
@@ -141,16 +135,16 @@ std::vector<MediaBinEntry> writeBundle(SaveJob job) {
         MediaBinEntry& entry = job.document.mediaBin[i];
         const fs::path& source = sources[i];
         if (!job.copyMedia && MediaPathGuard::isInside(source, root)) {
-            entry.urlPath = source.lexically_relative(root).generic_string();
+            entry.urlPath = MediaBinEntry::storedPath(source, root);
             continue;
         }
         const fs::path copy = ProjectBundleIO::copyIntoMediaFolder(source, job.bundle, entry.id, taken);
-        taken[standardized(copy)] = source;
+        taken[MediaPathGuard::standardized(copy)] = source;
         entry.urlPath = std::string(kMediaFolder) + "/" + copy.filename().string();
     }
     for (const auto& [sourceID, track] : job.document.cursorTracks) {
-        Json json = track;
-        writeFileAtomically(ProjectBundleIO::cursorSidecarPath(mediaFolder, sourceID), dumpJson(json, 2));
+        writeFileAtomically(ProjectBundleIO::cursorSidecarPath(mediaFolder, sourceID),
+                            dumpJson(withSortedKeys(Json(track)), 2));
     }
     writeFileAtomically(job.bundle / kManifest, ProjectDocument::encode(job.document));
     return job.document.mediaBin;
@@ -319,11 +313,11 @@ fs::path ProjectBundleIO::copyIntoMediaFolder(const fs::path& file, const fs::pa
                                               const std::map<fs::path, fs::path>& taken) {
     const fs::path mediaFolder = bundle / kMediaFolder;
     ensureDirectory(mediaFolder);
-    const fs::path source = standardized(file);
+    const fs::path source = MediaPathGuard::standardized(file);
     const std::string name = safeFilename(file.filename().string(), sourceID);
     fs::path copy = mediaFolder / name;
     const auto keptFor = [&](const fs::path& candidate) {
-        const auto it = taken.find(standardized(candidate));
+        const auto it = taken.find(MediaPathGuard::standardized(candidate));
         return it == taken.end() ? std::nullopt : std::optional(it->second);
     };
     if (const auto other = keptFor(copy); other && *other != source) {
@@ -335,7 +329,7 @@ fs::path ProjectBundleIO::copyIntoMediaFolder(const fs::path& file, const fs::pa
         }
     }
     // The file as given, so a link is refused rather than followed.
-    if (standardized(copy) != source) copyRegularFile(file, copy);
+    if (MediaPathGuard::standardized(copy) != source) copyRegularFile(file, copy);
     return copy;
 }
 

@@ -2,7 +2,6 @@
 
 #include <fmt/core.h>
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "morvane/app/session/edit_coordinator.hpp"
@@ -114,26 +113,6 @@ void ProjectDocument::apply(ProjectSession& session,
 // Coding.
 
 namespace {
-
-// Object keys in byte order at every level: the manifest diffs and merges cleanly whatever order the
-// records list their fields in.
-Json withSortedKeys(const Json& json) {
-    if (json.is_array()) {
-        Json out = Json::array();
-        for (const auto& element : json)
-            out.push_back(withSortedKeys(element));
-        return out;
-    }
-    if (!json.is_object()) return json;
-    std::vector<std::string> keys;
-    for (const auto& item : json.items())
-        keys.push_back(item.key());
-    std::sort(keys.begin(), keys.end());
-    Json out = Json::object();
-    for (const auto& key : keys)
-        out[key] = withSortedKeys(json[key]);
-    return out;
-}
 
 template <class T>
 Json dictionary(const std::map<std::string, T>& values) {
