@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "fuzz_check.hpp"
 #include "morvane/app/project/project_document.hpp"
 #include "morvane/app/session/project_session.hpp"
 #include "morvane/engine/engine_error.hpp"
@@ -18,14 +19,8 @@ namespace {
 using namespace morvane;
 using namespace morvane::app;
 
-[[noreturn]] void broken(const char* what) {
-    std::fprintf(stderr, "project fuzzer: %s\n", what);
-    std::abort();
-}
-
-void check(bool condition, const char* what) {
-    if (!condition) broken(what);
-}
+using morvane::fuzz::broken;
+using morvane::fuzz::check;
 
 }  // namespace
 

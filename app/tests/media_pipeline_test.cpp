@@ -73,13 +73,6 @@ struct ChoosingDelegate final : UserInterfaceDelegate {
     }
 };
 
-std::vector<std::string> chatTexts(const ProjectSession& session) {
-    std::vector<std::string> texts;
-    for (const auto& m : session.chatMessages)
-        texts.push_back(m.text);
-    return texts;
-}
-
 class MediaPipelineFixture : public ::testing::Test {
   protected:
     TempDir dir;

@@ -45,13 +45,6 @@ void loadMessyTalk(ProjectSession& session) {
              {{0, 3}, {4, 5}, {6, 9}, {10, 13}, {14, 16}});
 }
 
-std::vector<std::string> chatTexts(const ProjectSession& session) {
-    std::vector<std::string> texts;
-    for (const auto& m : session.chatMessages)
-        texts.push_back(m.text);
-    return texts;
-}
-
 class ProjectPipelineFlow : public ::testing::Test {
   protected:
     ManualMainLoop loop;

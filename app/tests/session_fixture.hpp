@@ -80,6 +80,14 @@ inline void loadShortTalk(ProjectSession& session) {
              {{0, 4}, {5, 6}, {7, 9}});
 }
 
+/// The chat's lines, in order.
+inline std::vector<std::string> chatTexts(const ProjectSession& session) {
+    std::vector<std::string> texts;
+    for (const auto& m : session.chatMessages)
+        texts.push_back(m.text);
+    return texts;
+}
+
 inline void expectConsistent(const ProjectSession& session) {
     ASSERT_TRUE(session.timeline.has_value());
     EXPECT_EQ(checkConsistency(*session.timeline), std::vector<std::string>{});

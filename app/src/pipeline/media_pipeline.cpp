@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <functional>
 #include <map>
 #include <set>
 
@@ -132,6 +133,37 @@ void describeFile(MediaBinEntry& entry, const ProbedFile& probed) {
     entry.hasAudio = probed.probe->audio.has_value();
 }
 
+// The bin entry `sourceID`, or none with the error shown; refused while the project is opened or saved.
+MediaBinEntry* entryToChange(ProjectSession& session, const std::string& sourceID) {
+    if (refuseWhileLocked(session)) return nullptr;
+    MediaBinEntry* entry = findEntry(session, sourceID);
+    if (!entry) session.setError("No media with the id " + sourceID + " in this project.");
+    return entry;
+}
+
+// Probes `file` on a worker under the busy status `message`, then, back on the main loop, runs `finish`
+// with the bin entry `sourceID` (still there) and what was learned, or fails with `failurePrefix` and the
+// reason.
+std::shared_ptr<PipelineRequest> probeForEntry(
+    ProjectSession& session, MainLoop& loop, const fs::path& file, const std::string& sourceID,
+    const std::string& message, MediaJobKind kind, const std::string& failurePrefix,
+    std::function<void(MediaBinEntry&, const ProbedFile&)> finish) {
+    session.setBusy(true, message, kind);
+    auto probed = std::make_shared<ProbedFile>();
+    return runInBackground(
+        loop, [file, probed](std::stop_token stop) { *probed = probeFile(file, std::move(stop)); },
+        [&session, sourceID, probed, failurePrefix, finish = std::move(finish)](std::exception_ptr failure) {
+            MediaBinEntry* entry = findEntry(session, sourceID);
+            if (failure || !entry) {
+                session.setBusy(false);
+                session.setError(failurePrefix +
+                                 (failure ? describeFailure(failure) : "The media was removed."));
+                return;
+            }
+            finish(*entry, *probed);
+        });
+}
+
 }  // namespace
 
 void ProjectPipeline::createUntitledProject(ProjectSession& session) {
@@ -239,39 +271,27 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::importMedia(ProjectSession& se
 std::shared_ptr<PipelineRequest> ProjectPipeline::relinkMedia(ProjectSession& session,
                                                               const std::string& sourceID,
                                                               const fs::path& file, PipelineContext context) {
-    if (refuseWhileLocked(session)) return finishedRequest();
-    if (!findEntry(session, sourceID)) {
-        session.setError("No media with the id " + sourceID + " in this project.");
-        return finishedRequest();
-    }
-    session.setBusy(true, std::string("Relinking media…"), MediaJobKind::relinkMedia);
-    auto probed = std::make_shared<ProbedFile>();
-    return runInBackground(
-        context.mainLoop,
-        [file, probed](std::stop_token stop) { *probed = probeFile(file, std::move(stop)); },
-        [&session, sourceID, probed](std::exception_ptr failure) {
-            MediaBinEntry* entry = findEntry(session, sourceID);
-            if (failure || !entry) {
-                session.setBusy(false, std::string("Relink failed."));
-                session.setError("Relink failed: " +
-                                 (failure ? describeFailure(failure) : "the media was removed."));
-                return;
-            }
-            const std::string name = probed->file.filename().string();
-            entry->urlPath = MediaBinEntry::storedPath(probed->file, session.projectURL);
-            entry->label = name;
-            describeFile(*entry, *probed);
-            session.syncExtraSourcesFromMediaBin(session.projectURL);
-            if (sourceID == session.primarySourceID) {
-                // The same material in a new place: the storyline and its cuts stay as they are.
-                adoptPrimary(session, *entry);
-                if (probed->probe) session.frameDuration = engine::FrameDurationGuess::from(*probed->probe);
-                EditCoordinator::finalizeStructuralChange(session);
-            }
-            session.commitSourceTranscript();
-            session.isDirty = true;
-            session.setSuccess("Relinked " + name + ".");
-        });
+    if (!entryToChange(session, sourceID)) return finishedRequest();
+    return probeForEntry(session, context.mainLoop, file, sourceID, "Relinking media…",
+                         MediaJobKind::relinkMedia,
+                         "Relink failed: ", [&session](MediaBinEntry& entry, const ProbedFile& probed) {
+                             const std::string name = probed.file.filename().string();
+                             entry.urlPath = MediaBinEntry::storedPath(probed.file, session.projectURL);
+                             entry.label = name;
+                             describeFile(entry, probed);
+                             session.syncExtraSourcesFromMediaBin(session.projectURL);
+                             if (entry.id == session.primarySourceID) {
+                                 // The same material in a new place: the storyline and its cuts stay as they
+                                 // are.
+                                 adoptPrimary(session, entry);
+                                 if (probed.probe)
+                                     session.frameDuration = engine::FrameDurationGuess::from(*probed.probe);
+                                 EditCoordinator::finalizeStructuralChange(session);
+                             }
+                             session.commitSourceTranscript();
+                             session.isDirty = true;
+                             session.setSuccess("Relinked " + name + ".");
+                         });
 }
 
 void ProjectPipeline::clearOrPromotePrimary(const std::string& removedID, ProjectSession& session) {
@@ -336,39 +356,26 @@ void ProjectPipeline::removeMedia(ProjectSession& session, const std::vector<std
 std::shared_ptr<PipelineRequest> ProjectPipeline::setPrimaryMedia(ProjectSession& session,
                                                                   const std::string& sourceID,
                                                                   PipelineContext context) {
-    if (refuseWhileLocked(session)) return finishedRequest();
-    const MediaBinEntry* entry = session.binEntry(sourceID);
-    if (!entry) {
-        session.setError("No media with the id " + sourceID + " in this project.");
-        return finishedRequest();
-    }
+    const MediaBinEntry* entry = entryToChange(session, sourceID);
+    if (!entry) return finishedRequest();
     const fs::path file = sourceFile(session, *entry);
     if (!entry->hasVideo && !isStill(file)) {
         session.setError(entry->label + " has no picture. Choose a video or an image as the primary media.");
         return finishedRequest();
     }
-    session.setBusy(true, std::string("Switching primary media…"), MediaJobKind::switchPrimary);
-    auto probed = std::make_shared<ProbedFile>();
-    return runInBackground(
-        context.mainLoop,
-        [file, probed](std::stop_token stop) { *probed = probeFile(file, std::move(stop)); },
-        [&session, sourceID, probed](std::exception_ptr failure) {
-            const MediaBinEntry* current = session.binEntry(sourceID);
-            if (failure || !current) {
-                session.setBusy(false);
-                session.setError(failure ? describeFailure(failure) : "The media was removed.");
-                return;
-            }
-            const MediaBinEntry chosen = *current;
-            if (probed->probe) {
-                if (!applyPrimaryMedia(chosen, *probed->probe, session)) return;
-            } else {
-                applyPrimaryImage(chosen, session);
-            }
-            session.applySourceTranscript(sourceID);
-            session.isDirty = true;
-            session.setSuccess(chosen.label + " is now primary.");
-        });
+    return probeForEntry(session, context.mainLoop, file, sourceID, "Switching primary media…",
+                         MediaJobKind::switchPrimary, "",
+                         [&session](MediaBinEntry& current, const ProbedFile& probed) {
+                             const MediaBinEntry chosen = current;
+                             if (probed.probe) {
+                                 if (!applyPrimaryMedia(chosen, *probed.probe, session)) return;
+                             } else {
+                                 applyPrimaryImage(chosen, session);
+                             }
+                             session.applySourceTranscript(chosen.id);
+                             session.isDirty = true;
+                             session.setSuccess(chosen.label + " is now primary.");
+                         });
 }
 
 bool ProjectPipeline::renameMedia(ProjectSession& session, const std::string& sourceID,
