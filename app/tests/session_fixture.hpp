@@ -10,12 +10,24 @@
 #include "morvane/app/session/project_session.hpp"
 #include "morvane/app/timeline/timeline_consistency.hpp"
 #include "morvane/app/timeline/timeline_plan_bridge.hpp"
+#include "morvane/engine/support/uuid.hpp"
 #include "morvane/testing/printers.hpp"
 
 namespace morvane::app::testing {
 
 inline RationalTime seconds(double s) {
     return RationalTime::fromSeconds(s, 600);
+}
+
+/// A plain clip playing `in`–`out` of a source at program time `at` (seconds).
+inline TimelineClip clipOf(const char* label, double in, double out, double at,
+                           std::string sourceID = "src1") {
+    return {.id = makeUUID(),
+            .sourceID = std::move(sourceID),
+            .label = label,
+            .sourceIn = seconds(in),
+            .sourceOut = seconds(out),
+            .timelineStart = seconds(at)};
 }
 
 /// Words as (text, start, end) in seconds, ids from 0.

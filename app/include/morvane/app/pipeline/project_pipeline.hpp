@@ -40,12 +40,17 @@ class UserInterfaceDelegate {
   public:
     virtual ~UserInterfaceDelegate() = default;
     virtual void showAlert(const std::string& title, const std::string& text) = 0;
+    /// Asks `question` with `choices`, the last of which cancels, and returns the index of the one chosen.
+    /// A front end that can't ask keeps this default, which declines.
+    virtual std::optional<std::size_t> ask(const std::string& /*question*/,
+                                           const std::string& /*informativeText*/,
+                                           const std::vector<std::string>& /*choices*/) {
+        return std::nullopt;
+    }
     /// The language `fileLabel` is spoken in, chosen by the user from `locales` (and remembered as the user
-    /// asks); none when the user skips. A front end that can't ask answers none.
-    virtual std::optional<std::string> chooseTranscriptionLocale(const std::string& fileLabel,
-                                                                 const std::vector<std::string>& locales) {
-        (void)fileLabel;
-        (void)locales;
+    /// asks); none when the user skips. A front end that can't ask keeps this default, which skips.
+    virtual std::optional<std::string> chooseTranscriptionLocale(const std::string& /*fileLabel*/,
+                                                                 const std::vector<std::string>& /*locales*/) {
         return std::nullopt;
     }
 };
@@ -55,9 +60,10 @@ struct PipelineContext {
     MainLoop& mainLoop;
     intelligence::LanguageModelService* languageModel = nullptr;  ///< none: only the rules can answer
     UserInterfaceDelegate* delegate = nullptr;
-    const PreferencesStore* preferences =
-        nullptr;  ///< "morvane.allowRemoteModel", the transcription language
-    intelligence::TranscriptionProvider* transcription = nullptr;  ///< none: recordings can't be transcribed
+    const PreferencesStore* preferences = nullptr;  ///< "morvane.allowRemoteModel"
+    /// The recognizer transcriptions run on (none: recordings can't be transcribed); their language comes
+    /// from `preferences` unless the caller or the user gives it.
+    intelligence::TranscriptionProvider* transcription = nullptr;
 };
 
 /// A request deciding on a worker. Cancelling it puts the session back as it was before the request.
