@@ -1,7 +1,8 @@
-// morvane cut (FILE --transcript T.json | NAME.morvane) (--command ID | --instruction "...") [--accept |
-// --reject] [--plan-out PLAN.json] [--model-url URL] [--json]: the assistant's whole request, on a
-// recording and its transcript held in memory or on a project (saved back into its bundle): checkpoint,
-// decision, proposal, rough cut, then accept or reject, and the resulting edit plan.
+// morvane cut (FILE --transcript T.json | NAME.morvane) (--command ID [--target-seconds S] |
+// --instruction "...") [--accept | --reject] [--plan-out PLAN.json] [--model-url URL] [--json]: the
+// assistant's whole request, on a recording and its transcript held in memory or on a project (saved back
+// into its bundle): checkpoint, decision, proposal, rough cut, then accept or reject, and the resulting
+// edit plan.
 
 #include <fmt/core.h>
 
@@ -57,6 +58,7 @@ void addCutVerb(CLI::App& app, RunState& state) {
         std::string transcript;
         std::optional<std::string> command;
         std::optional<std::string> instruction;
+        std::optional<double> targetSeconds;
         bool accept = false;
         bool reject = false;
         std::optional<std::string> planOut;
@@ -74,6 +76,10 @@ void addCutVerb(CLI::App& app, RunState& state) {
     auto* typed =
         verb->add_option("--instruction", options->instruction, "An instruction as a user would type it");
     command->excludes(typed);
+    verb->add_option("--target-seconds", options->targetSeconds,
+                     "With --command shortCut60s: the length to pack to (60 when absent)")
+        ->check(CLI::PositiveNumber)
+        ->needs(command);
     auto* accept = verb->add_flag("--accept", options->accept, "Accept the rough cut");
     verb->add_flag("--reject", options->reject, "Reject the rough cut")->excludes(accept);
     verb->add_option("--plan-out", options->planOut, "Write the resulting edit plan here");
@@ -88,6 +94,9 @@ void addCutVerb(CLI::App& app, RunState& state) {
             if (!commandID)
                 throw CLI::ValidationError("--command", "unknown command id " + *options->command);
         }
+        if (options->targetSeconds && commandID != AssistantCommandID::shortCut60s)
+            throw CLI::ValidationError("--target-seconds",
+                                       "only the short cut (shortCut60s) packs to a length");
         const bool project = isProjectBundle(options->media);
         if (project && !options->transcript.empty())
             throw CLI::ValidationError("--transcript", "a project keeps its own transcript");
@@ -109,7 +118,10 @@ void addCutVerb(CLI::App& app, RunState& state) {
                                           .languageModel = &model,
                                           .delegate = &delegate,
                                           .preferences = &preferences};
-            if (commandID) return ProjectPipeline::applyCommand(session, *commandID, context);
+            if (commandID) {
+                return ProjectPipeline::applyCommand(session, *commandID, context,
+                                                     {.targetSeconds = options->targetSeconds});
+            }
             session.instruction = *options->instruction;
             return ProjectPipeline::applyInstruction(session, context);
         });

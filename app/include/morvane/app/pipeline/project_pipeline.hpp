@@ -21,9 +21,12 @@
 
 #include "morvane/app/session/project_session.hpp"
 #include "morvane/app/support/main_loop.hpp"
+#include "morvane/engine/layout/project_format.hpp"
+#include "morvane/engine/plan/edit_plan.hpp"
 #include "morvane/intelligence/instruction/assistant_command.hpp"
 #include "morvane/intelligence/model/language_model.hpp"
 #include "morvane/intelligence/transcription/transcription_provider.hpp"
+#include "morvane/intelligence/publish/shorts_candidate_scorer.hpp"
 
 namespace morvane {
 class PreferencesStore;
@@ -175,6 +178,13 @@ void createUntitledProject(ProjectSession& session);
 void clearOrPromotePrimary(const std::string& removedID, ProjectSession& session);
 /// Renames a source as the bin shows it. False for an unknown id or an empty name.
 bool renameMedia(ProjectSession& session, const std::string& sourceID, const std::string& label);
+
+/// The plan that renders a short candidate on its own: its passage of the primary source as one kept
+/// span, on `format`'s canvas at the session's frame rate. Throws `ShortProjectError` when the session has
+/// no media.
+[[nodiscard]] engine::EditPlan shortEditPlan(const ProjectSession& session,
+                                             const intelligence::ShortsCandidate& candidate,
+                                             const engine::ProjectFormat& format);
 
 /// "1:05" or "1:02:03": a duration as the chat shows it.
 [[nodiscard]] std::string formatTimecode(double seconds);
