@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "fuzz_check.hpp"
 #include "morvane/engine/engine_error.hpp"
 #include "morvane/engine/layout/layout_resolver.hpp"
 #include "morvane/engine/plan/edit_plan_coding.hpp"
@@ -19,14 +20,8 @@ namespace {
 using namespace morvane;
 using namespace morvane::engine;
 
-[[noreturn]] void broken(const char* what) {
-    std::fprintf(stderr, "edit plan fuzzer: %s\n", what);
-    std::abort();
-}
-
-void check(bool condition, const char* what) {
-    if (!condition) broken(what);
-}
+using morvane::fuzz::broken;
+using morvane::fuzz::check;
 
 // Writing and reading again must give the same plan and the same bytes.
 void roundTrip(const EditPlan& plan) {

@@ -21,6 +21,8 @@ packages=(
   pocketsphinx
   # synthetic speech and audio fixtures for tests and the bundled sample
   flite espeak-ng sox
+  # the project type and the desktop entry, and their checks
+  shared-mime-info desktop-file-utils
   # the desktop window (Qt 6 Widgets and Multimedia); Xvfb for its screenshots
   qt6-base-dev qt6-multimedia-dev qt6-qpa-plugins xvfb xauth
   # a German locale built at test time, to check that numbers never follow the user's locale

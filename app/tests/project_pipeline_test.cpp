@@ -22,13 +22,6 @@ struct RecordingDelegate final : UserInterfaceDelegate {
     void showAlert(const std::string& title, const std::string&) override { titles.push_back(title); }
 };
 
-std::vector<std::string> chatTexts(const ProjectSession& session) {
-    std::vector<std::string> texts;
-    for (const auto& m : session.chatMessages)
-        texts.push_back(m.text);
-    return texts;
-}
-
 class ProjectPipelineFlow : public ::testing::Test {
   protected:
     ManualMainLoop loop;

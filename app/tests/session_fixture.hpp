@@ -92,6 +92,14 @@ inline void loadShortTalk(ProjectSession& session) {
              {{0, 4}, {5, 6}, {7, 9}});
 }
 
+/// The chat's lines, in order.
+inline std::vector<std::string> chatTexts(const ProjectSession& session) {
+    std::vector<std::string> texts;
+    for (const auto& m : session.chatMessages)
+        texts.push_back(m.text);
+    return texts;
+}
+
 /// A talk with a filler-only segment and a line said twice.
 inline void loadMessyTalk(ProjectSession& session) {
     loadTalk(session,

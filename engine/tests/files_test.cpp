@@ -59,10 +59,8 @@ TEST(ReadWholeFile, missingFilesAndFoldersAreMissingFiles) {
     }
 }
 
-using testing::ScopedEnvironment;
-
 TEST(Folders, followXdgVariablesAndFallBackToHome) {
-    ScopedEnvironment env;
+    testing::ScopedEnvironment env;
     env.set("XDG_CONFIG_HOME", "/srv/conf");
     EXPECT_EQ(configDirectory(), fs::path("/srv/conf/morvane"));
     env.set("XDG_CONFIG_HOME", "relative/ignored");  // only absolute paths count
@@ -72,6 +70,21 @@ TEST(Folders, followXdgVariablesAndFallBackToHome) {
     EXPECT_EQ(dataDirectory(), fs::path("/home/u/.local/share/Morvane"));
     env.set("XDG_CACHE_HOME", "/var/cache/u");
     EXPECT_EQ(cacheDirectory(), fs::path("/var/cache/u/Morvane"));
+}
+
+TEST(Folders, documentsComeFromTheVariableThenUserDirsThenHome) {
+    const testing::TempDir dir;
+    testing::ScopedEnvironment env;
+    env.set("HOME", "/home/u");
+    env.set("XDG_CONFIG_HOME", dir.path().c_str());
+    env.set("XDG_DOCUMENTS_DIR", nullptr);
+    EXPECT_EQ(documentsDirectory(), fs::path("/home/u/Documents"));
+    dir.write("user-dirs.dirs",
+              "# written by xdg-user-dirs-update\nXDG_DESKTOP_DIR=\"$HOME/Schreibtisch\"\n"
+              "XDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"\n");
+    EXPECT_EQ(documentsDirectory(), fs::path("/home/u/Dokumente"));
+    env.set("XDG_DOCUMENTS_DIR", "/srv/docs");
+    EXPECT_EQ(documentsDirectory(), fs::path("/srv/docs"));
 }
 
 TEST(FileURL, encodesReservedBytesAndDecodesBack) {

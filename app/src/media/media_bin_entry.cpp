@@ -16,19 +16,18 @@ constexpr std::array<std::string_view, 23> kAllowedExtensions{
     "mp4", "mov", "m4v", "m4a",  "aac",  "wav",  "aiff", "aif", "mp3",  "caf", "mkv", "webm",
     "avi", "png", "jpg", "jpeg", "heic", "heif", "gif",  "tif", "tiff", "bmp", "webp"};
 
-// Standardized, with the links of the part that exists resolved.
-fs::path canonicalish(const fs::path& path) {
-    std::error_code error;
-    fs::path resolved = fs::weakly_canonical(path, error);
-    return error ? path.lexically_normal() : resolved;
-}
-
 }  // namespace
 
 bool MediaPathGuard::isAllowedExtension(std::string_view extension) {
     const std::string lowered = intelligence::lowercased(extension);
     return std::find(kAllowedExtensions.begin(), kAllowedExtensions.end(), lowered) !=
            kAllowedExtensions.end();
+}
+
+fs::path MediaPathGuard::standardized(const fs::path& path) {
+    std::error_code error;
+    fs::path resolved = fs::weakly_canonical(path, error);
+    return error ? path.lexically_normal() : resolved;
 }
 
 bool MediaPathGuard::isInside(const fs::path& path, const fs::path& root) {
@@ -70,8 +69,8 @@ fs::path MediaPathGuard::resolve(std::string_view path, const fs::path& bundle) 
     } else {
         candidate = bundle / fs::path(trimmed);
     }
-    candidate = canonicalish(candidate);
-    const fs::path root = canonicalish(bundle);
+    candidate = standardized(candidate);
+    const fs::path root = standardized(bundle);
     std::error_code error;
     const bool exists = fs::exists(fs::symlink_status(candidate, error));
     const bool inBundle = isInside(candidate, root / "Media") || isInside(candidate, root);
@@ -92,6 +91,16 @@ fs::path MediaBinEntry::resolvedURL(const std::optional<fs::path>& bundle) const
         if (auto file = pathFromFileURL(urlPath)) return *file;
     }
     return fs::path(urlPath);
+}
+
+std::string MediaBinEntry::storedPath(const fs::path& file, const std::optional<fs::path>& bundle) {
+    const fs::path absolute = MediaPathGuard::standardized(file);
+    if (bundle) {
+        const fs::path root = MediaPathGuard::standardized(*bundle);
+        if (MediaPathGuard::isInside(absolute, root))
+            return absolute.lexically_relative(root).generic_string();
+    }
+    return absolute.string();
 }
 
 void to_json(Json& json, const MediaBinEntry& entry) {

@@ -23,6 +23,7 @@
 #include "morvane/intelligence/plan/edit_proposal.hpp"
 #include "morvane/intelligence/routing/model_router.hpp"
 #include "morvane/intelligence/support/text.hpp"
+#include "pipeline/pipeline_support.hpp"
 
 namespace morvane::app {
 
@@ -31,12 +32,6 @@ using intelligence::AssistantCommandBackend;
 namespace AssistantCommandCatalog = intelligence::AssistantCommandCatalog;
 using intelligence::ClassificationRun;
 using ID = intelligence::AssistantCommandID;
-
-struct PipelineRequestAccess {
-    static std::stop_token token(PipelineRequest& r) { return r.stop_.get_token(); }
-    static void finish(PipelineRequest& r) { r.finished_ = true; }
-    static std::jthread& worker(PipelineRequest& r) { return r.worker_; }
-};
 
 PipelineRequest::~PipelineRequest() = default;
 
@@ -52,12 +47,6 @@ constexpr const char* kCheckpointMarked =
 std::map<const ProjectSession*, std::shared_ptr<PipelineRequest>>& runningRequests() {
     static std::map<const ProjectSession*, std::shared_ptr<PipelineRequest>> requests;
     return requests;
-}
-
-std::shared_ptr<PipelineRequest> finishedRequest() {
-    auto request = std::make_shared<PipelineRequest>();
-    PipelineRequestAccess::finish(*request);
-    return request;
 }
 
 bool isPolishWithoutTranscript(ID id) {
@@ -87,17 +76,6 @@ void replaceMessage(ProjectSession& session, const std::string& id, const std::s
         if (message.id == id)
             message = {message.id, message.role, text, message.date, isCutCheckpoint, isThinking};
     }
-}
-
-std::string appendMessage(ProjectSession& session, ChatMessage::Role role, const std::string& text,
-                          bool isThinking = false) {
-    ChatMessage message{.id = makeUUID(),
-                        .role = role,
-                        .text = text,
-                        .date = std::chrono::system_clock::now(),
-                        .isThinking = isThinking};
-    session.chatMessages.push_back(message);
-    return message.id;
 }
 
 std::string firstCharacters(const std::string& text, std::size_t count) {

@@ -157,23 +157,6 @@ void to_json(Json& json, const EditableStateSnapshot& s) {
     json["cursorTracks"] = std::move(tracks);
 }
 
-namespace {
-
-template <class T>
-std::map<std::string, T> readDictionary(const JsonReader& reader, std::string_view key) {
-    std::map<std::string, T> out;
-    if (!reader.has(key)) return out;
-    const JsonReader dictionary = reader[key];
-    if (!dictionary.value().is_object()) dictionary.fail("expected an object");
-    for (const auto& [name, unused] : dictionary.value().items()) {
-        (void)unused;
-        out.emplace(name, dictionary[name].template get<T>());
-    }
-    return out;
-}
-
-}  // namespace
-
 void fromJson(const JsonReader& reader, EditableStateSnapshot& s) {
     s.timeline = reader.optional<TimelineDocument>("timeline");
     s.cutItems = reader.valueOr<std::vector<CutItemSnapshot>>("cutItems", {});

@@ -37,6 +37,14 @@ Date readDate(const JsonReader& reader) {
     return *date;
 }
 
+std::vector<std::string> memberNames(const JsonReader& reader) {
+    if (!reader.value().is_object()) reader.fail("expected an object");
+    std::vector<std::string> names;
+    for (const auto& item : reader.value().items())
+        names.push_back(item.key());
+    return names;
+}
+
 void to_json(Json& json, const CutItem& item) {
     json = Json::object();
     json["segmentID"] = item.segmentID;

@@ -150,6 +150,15 @@ TimelineDocument TimelineDocument::makeDefault(std::string frameDuration) {
     return document;
 }
 
+TimelineDocument TimelineDocument::migrated() const {
+    TimelineDocument document = *this;
+    const TimelineDocument defaults = makeDefault(frameDuration);
+    for (std::size_t i = 0; i < document.tracks.size() && i < defaults.tracks.size(); ++i) {
+        if (!document.tracks[i].role) document.tracks[i].role = defaults.tracks[i].role;
+    }
+    return document;
+}
+
 const TimelineTrack* TimelineDocument::track(std::string_view id) const noexcept {
     for (const auto& t : tracks) {
         if (t.id == id) return &t;

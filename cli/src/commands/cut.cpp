@@ -1,7 +1,8 @@
-// morvane cut FILE --transcript T.json (--command ID [--target-seconds S] | --instruction "...")
-// [--accept | --reject] [--plan-out PLAN.json] [--model-url URL] [--json]: the assistant's whole request
-// over a session held in memory: checkpoint, decision, proposal, rough cut, then accept or reject, and the
-// resulting edit plan.
+// morvane cut (FILE --transcript T.json | NAME.morvane) (--command ID [--target-seconds S] |
+// --instruction "...") [--accept | --reject] [--plan-out PLAN.json] [--model-url URL] [--json]: the
+// assistant's whole request, on a recording and its transcript held in memory or on a project (saved back
+// into its bundle): checkpoint, decision, proposal, rough cut, then accept or reject, and the resulting
+// edit plan.
 
 #include <fmt/core.h>
 
@@ -16,6 +17,7 @@
 #include "morvane/engine/support/files.hpp"
 #include "morvane/engine/support/preferences_store.hpp"
 #include "progress.hpp"
+#include "session_run.hpp"
 #include "transcript_input.hpp"
 
 namespace morvane::cli {
@@ -24,13 +26,6 @@ using namespace morvane::app;
 using intelligence::AssistantCommandID;
 
 namespace {
-
-// The command line has nobody to show a dialog to: alerts go to stderr.
-struct TerminalDelegate final : UserInterfaceDelegate {
-    void showAlert(const std::string& title, const std::string& text) override {
-        std::cerr << title << "\n" << text << "\n";
-    }
-};
 
 void loadRecording(ProjectSession& session, const std::filesystem::path& media,
                    const std::string& transcriptPath) {
@@ -72,8 +67,11 @@ void addCutVerb(CLI::App& app, RunState& state) {
     };
     auto options = std::make_shared<Options>();
     auto* verb = app.add_subcommand("cut", "Propose a rough cut of a recording, then accept or reject it");
-    verb->add_option("file", options->media, "The recording")->required()->check(CLI::ExistingFile);
-    verb->add_option("--transcript", options->transcript, "Its transcript (JSON)")->required();
+    verb->add_option("file", options->media, "The recording, or a project bundle (NAME.morvane)")
+        ->required()
+        ->check(CLI::ExistingPath);
+    verb->add_option("--transcript", options->transcript,
+                     "The recording's transcript (JSON); a project has its own");
     auto* command = verb->add_option("--command", options->command, "A command id, such as cleanUp");
     auto* typed =
         verb->add_option("--instruction", options->instruction, "An instruction as a user would type it");
@@ -99,39 +97,41 @@ void addCutVerb(CLI::App& app, RunState& state) {
         if (options->targetSeconds && commandID != AssistantCommandID::shortCut60s)
             throw CLI::ValidationError("--target-seconds",
                                        "only the short cut (shortCut60s) packs to a length");
+        const bool project = isProjectBundle(options->media);
+        if (project && !options->transcript.empty())
+            throw CLI::ValidationError("--transcript", "a project keeps its own transcript");
+        if (!project && options->transcript.empty()) throw CLI::RequiredError("--transcript");
         ProjectSession session;
-        loadRecording(session, std::filesystem::absolute(options->media), options->transcript);
+        if (project) {
+            openProject(session, options->media);
+        } else {
+            loadRecording(session, std::filesystem::absolute(options->media), options->transcript);
+        }
 
         const PreferencesStore preferences;
         auto connection = intelligence::LanguageModelConnection::fromPreferences(preferences);
         if (!options->modelURL.empty()) connection.baseURL = options->modelURL;
         intelligence::HttpLanguageModelService model(connection);
         TerminalDelegate delegate;
-        RunLoop loop;
-        const PipelineContext context{
-            .mainLoop = loop, .languageModel = &model, .delegate = &delegate, .preferences = &preferences};
-        std::shared_ptr<PipelineRequest> request;
-        {
-            const InterruptStop interrupt;
-            loop.post([&] {
-                if (commandID) {
-                    request = ProjectPipeline::applyCommand(session, *commandID, context,
-                                                            {.targetSeconds = options->targetSeconds});
-                } else {
-                    session.instruction = *options->instruction;
-                    request = ProjectPipeline::applyInstruction(session, context);
-                }
-            });
-            loop.startTimer(20, true, [&] {
-                if (request && interrupt.token().stop_requested()) request->cancel();
-                if (request && request->isFinished()) loop.quit();
-            });
-            loop.run();
-        }
+        runRequest(session, "cut", [&](MainLoop& loop) {
+            const PipelineContext context{.mainLoop = loop,
+                                          .languageModel = &model,
+                                          .delegate = &delegate,
+                                          .preferences = &preferences};
+            if (commandID) {
+                return ProjectPipeline::applyCommand(session, *commandID, context,
+                                                     {.targetSeconds = options->targetSeconds});
+            }
+            session.instruction = *options->instruction;
+            return ProjectPipeline::applyInstruction(session, context);
+        });
         if (session.isReviewingProposal()) {
             if (options->accept) ProjectPipeline::acceptRoughCut(session);
             if (options->reject) ProjectPipeline::rejectRoughCut(session);
         }
+        // Saved whatever came of it, the chat and checkpoints included. A rough cut left under review
+        // reopens as a draft of the transcript cut (the review itself isn't part of a project).
+        if (project) saveProject(session);
         if (options->planOut && session.editPlan) {
             writeFileAtomically(*options->planOut, engine::EditPlanCoding::encode(*session.editPlan));
         }

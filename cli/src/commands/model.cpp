@@ -43,8 +43,10 @@ void addModelVerb(CLI::App& app, RunState& state) {
                    preferences.path().string());
     });
     auto* status = verb->add_subcommand("status", "Show the model server, its model and context window");
-    status->add_option("--url", options->url, "Server API root (default: the preference, or http://127.0.0.1:8080/v1)");
-    status->add_option("--model", options->model, "Model name (default: the preference, or the server's first)");
+    status->add_option("--url", options->url,
+                       "Server API root (default: the preference, or http://127.0.0.1:8080/v1)");
+    status->add_option("--model", options->model,
+                       "Model name (default: the preference, or the server's first)");
     status->add_flag("--json", options->json, "Print the status as JSON");
     status->callback([options, &state] {
         const PreferencesStore preferences;
@@ -78,7 +80,8 @@ void addModelVerb(CLI::App& app, RunState& state) {
         fmt::print("Model:    {}\n", s.model);
         if (s.models.size() > 1) {
             std::string others;
-            for (const auto& m : s.models) others += (others.empty() ? "" : ", ") + m;
+            for (const auto& m : s.models)
+                others += (others.empty() ? "" : ", ") + m;
             fmt::print("Offers:   {}\n", others);
         }
         fmt::print("Context:  {} tokens{}, {} segments per prompt\n", s.contextTokens,

@@ -138,4 +138,23 @@ std::filesystem::path cacheDirectory() {
     return xdgDirectory("XDG_CACHE_HOME", ".cache", "Morvane");
 }
 
+std::filesystem::path documentsDirectory() {
+    if (const char* value = std::getenv("XDG_DOCUMENTS_DIR"); value != nullptr && value[0] == '/') {
+        return value;
+    }
+    const char* homeVariable = std::getenv("HOME");
+    const std::string home = homeVariable != nullptr && homeVariable[0] != '\0' ? homeVariable : "/tmp";
+    // user-dirs.dirs holds shell assignments such as XDG_DOCUMENTS_DIR="$HOME/Dokumente".
+    std::ifstream dirs(configDirectory().parent_path() / "user-dirs.dirs");
+    std::string line;
+    static constexpr std::string_view kPrefix = "XDG_DOCUMENTS_DIR=\"";
+    while (std::getline(dirs, line)) {
+        if (!line.starts_with(kPrefix) || !line.ends_with('"')) continue;
+        std::string value = line.substr(kPrefix.size(), line.size() - kPrefix.size() - 1);
+        if (value.starts_with("$HOME")) value = home + value.substr(5);
+        if (value.starts_with('/')) return value;
+    }
+    return std::filesystem::path(home) / "Documents";
+}
+
 }  // namespace morvane

@@ -70,6 +70,12 @@ std::optional<Date> parseISO8601(std::string_view text) {
     utc.tm_min = minute;
     utc.tm_sec = second;
     const std::time_t seconds = timegm(&utc);
+    // The clock counts nanoseconds in 64 bits: about 1678 to 2262. A date outside (a damaged file's year
+    // 4052) isn't one this system can hold; a day's margin leaves room for the offset and the fraction.
+    using Seconds = std::chrono::seconds;
+    constexpr auto kLatest = std::chrono::floor<Seconds>(Date::max()).time_since_epoch().count() - 86'400;
+    constexpr auto kEarliest = std::chrono::ceil<Seconds>(Date::min()).time_since_epoch().count() + 86'400;
+    if (seconds > kLatest || seconds < kEarliest) return std::nullopt;
     return std::chrono::system_clock::from_time_t(seconds) - std::chrono::minutes(offsetMinutes) +
            std::chrono::duration_cast<std::chrono::system_clock::duration>(fraction);
 }

@@ -1,5 +1,6 @@
 #include "morvane/engine/support/json.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -195,6 +196,24 @@ Json parseJson(std::string_view text, std::string_view document) {
 
 std::string dumpJson(const Json& json, int indent) {
     return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+Json withSortedKeys(const Json& json) {
+    if (json.is_array()) {
+        Json out = Json::array();
+        for (const auto& element : json)
+            out.push_back(withSortedKeys(element));
+        return out;
+    }
+    if (!json.is_object()) return json;
+    std::vector<std::string> keys;
+    for (const auto& item : json.items())
+        keys.push_back(item.key());
+    std::sort(keys.begin(), keys.end());
+    Json out = Json::object();
+    for (const auto& key : keys)
+        out[key] = withSortedKeys(json[key]);
+    return out;
 }
 
 }  // namespace morvane

@@ -39,6 +39,11 @@ struct MediaBinEntry {
     /// URL or a plain path.
     [[nodiscard]] std::filesystem::path resolvedURL(const std::optional<std::filesystem::path>& bundle) const;
 
+    /// How an entry stores `file`: relative to `bundle` when it lies inside it ("Media/talk.mp4"), an
+    /// absolute path otherwise.
+    [[nodiscard]] static std::string storedPath(const std::filesystem::path& file,
+                                                const std::optional<std::filesystem::path>& bundle);
+
     friend bool operator==(const MediaBinEntry&, const MediaBinEntry&) = default;
 };
 
@@ -67,6 +72,9 @@ namespace MediaPathGuard {
 /// ("Symbolic links are not allowed in project media."), anything else not regular ("Media path must be a
 /// regular file.").
 void requireRegularMediaFile(const std::filesystem::path& file, bool mustExist);
+
+/// `path` standardized: made normal, with the links of the part that exists resolved.
+[[nodiscard]] std::filesystem::path standardized(const std::filesystem::path& path);
 
 /// Whether `path` is `root` or lies below it.
 [[nodiscard]] bool isInside(const std::filesystem::path& path, const std::filesystem::path& root);

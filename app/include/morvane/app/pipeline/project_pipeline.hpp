@@ -10,6 +10,7 @@
 ///     if (session.isReviewingProposal()) ProjectPipeline::acceptRoughCut(session);
 
 #include <atomic>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <set>
@@ -24,10 +25,15 @@
 #include "morvane/engine/plan/edit_plan.hpp"
 #include "morvane/intelligence/instruction/assistant_command.hpp"
 #include "morvane/intelligence/model/language_model.hpp"
+#include "morvane/intelligence/transcription/transcription_provider.hpp"
 #include "morvane/intelligence/publish/shorts_candidate_scorer.hpp"
 
 namespace morvane {
 class PreferencesStore;
+}
+
+namespace morvane::engine {
+struct MediaProbeReport;
 }
 
 namespace morvane::app {
@@ -44,6 +50,12 @@ class UserInterfaceDelegate {
                                            const std::vector<std::string>& /*choices*/) {
         return std::nullopt;
     }
+    /// The language `fileLabel` is spoken in, chosen by the user from `locales` (and remembered as the user
+    /// asks); none when the user skips. A front end that can't ask keeps this default, which skips.
+    virtual std::optional<std::string> chooseTranscriptionLocale(const std::string& /*fileLabel*/,
+                                                                 const std::vector<std::string>& /*locales*/) {
+        return std::nullopt;
+    }
 };
 
 /// What the pipeline's long operations run with.
@@ -52,6 +64,9 @@ struct PipelineContext {
     intelligence::LanguageModelService* languageModel = nullptr;  ///< none: only the rules can answer
     UserInterfaceDelegate* delegate = nullptr;
     const PreferencesStore* preferences = nullptr;  ///< "morvane.allowRemoteModel"
+    /// The recognizer transcriptions run on (none: recordings can't be transcribed); their language comes
+    /// from `preferences` unless the caller or the user gives it.
+    intelligence::TranscriptionProvider* transcription = nullptr;
 };
 
 /// A request deciding on a worker. Cancelling it puts the session back as it was before the request.
@@ -71,6 +86,22 @@ class PipelineRequest {
     std::stop_source stop_;
     std::atomic<bool> finished_{false};
     std::jthread worker_;
+};
+
+struct ImportMediaOptions {
+    std::optional<bool> setAsPrimary;  ///< none: primary when the bin is empty
+};
+
+struct TranscribeMediaOptions {
+    std::optional<std::string> sourceID;  ///< the source to prefer; none: the one the user is looking at
+    bool promptIfNeeded = true;           ///< ask for the language unless the preferences answer
+    std::optional<std::string> locale;    ///< chosen by the caller: nothing asked, nothing remembered
+};
+
+/// The source a transcription would take, and why that one.
+struct TranscribeTarget {
+    MediaBinEntry entry;
+    std::string reason;  ///< "preferred", "transcriptPane", "selectedClip", "primary", "firstAudio"
 };
 
 struct ApplyCommandOptions {
@@ -108,6 +139,45 @@ void toggleWords(ProjectSession& session, const std::set<int>& wordIDs, bool rem
 /// The commands carried out on the timeline rather than by a cut; those whose tools aren't built yet say so.
 void applyTimelinePolish(intelligence::AssistantCommandID id, ProjectSession& session,
                          PipelineContext context);
+
+// Media: bringing files in and keeping them reachable.
+
+/// Brings `file` into the project as a new source ("src2"...): copied into "Media" when the project has a
+/// bundle, probed (a still image lasts 5 s), and made primary (the storyline laid down for it) when asked
+/// or when the bin was empty. The chat and the status say what came in; a failure shows as "Import failed:
+/// " and the reason. Refused while the project is being opened or saved.
+std::shared_ptr<PipelineRequest> importMedia(ProjectSession& session, const std::filesystem::path& file,
+                                             PipelineContext context, ImportMediaOptions options = {});
+/// Points source `sourceID` at `file`, the same material in a new place: its transcript and cuts stay.
+std::shared_ptr<PipelineRequest> relinkMedia(ProjectSession& session, const std::string& sourceID,
+                                             const std::filesystem::path& file, PipelineContext context);
+/// Takes sources out of the project with their clips and transcripts, as one undoable step; removing the
+/// primary promotes another. Unknown ids are ignored.
+void removeMedia(ProjectSession& session, const std::vector<std::string>& sourceIDs);
+/// Makes a source with a picture (or a still) the primary one: the storyline starts afresh from it.
+std::shared_ptr<PipelineRequest> setPrimaryMedia(ProjectSession& session, const std::string& sourceID,
+                                                 PipelineContext context);
+/// Transcribes a source (see `resolveTranscribeTarget`) in the chosen language, then segments it at its
+/// pauses and gathers its evidence; the transcript becomes the active one. The job shows progress and can
+/// be cancelled through the request. A recording with no speech is reported as an outcome, not an error.
+std::shared_ptr<PipelineRequest> transcribeMedia(ProjectSession& session, PipelineContext context,
+                                                 TranscribeMediaOptions options = {});
+/// The source to transcribe: the preferred one, else the one whose transcript is shown, the selected
+/// clip's, the primary, the first with audio; each only when it is in the bin and has audio.
+[[nodiscard]] std::optional<TranscribeTarget> resolveTranscribeTarget(
+    const ProjectSession& session, const std::optional<std::string>& preferredSourceID);
+/// Makes `entry` (whose file is probed as `probe`) the primary source and lays the storyline down for it.
+/// False, with the reason in the error banner, when the probe found no duration.
+bool applyPrimaryMedia(MediaBinEntry entry, const engine::MediaProbeReport& probe, ProjectSession& session);
+/// Makes the still `entry` the primary source, shown for 5 s.
+void applyPrimaryImage(MediaBinEntry entry, ProjectSession& session);
+/// A fresh "Untitled Project" with an empty timeline.
+void createUntitledProject(ProjectSession& session);
+/// After the primary `removedID` left the bin: the first source with a picture (else any) becomes primary;
+/// with none left the project has no media, and no classification or proposal.
+void clearOrPromotePrimary(const std::string& removedID, ProjectSession& session);
+/// Renames a source as the bin shows it. False for an unknown id or an empty name.
+bool renameMedia(ProjectSession& session, const std::string& sourceID, const std::string& label);
 
 /// The plan that renders a short candidate on its own: its passage of the primary source as one kept
 /// span, on `format`'s canvas at the session's frame rate. Throws `ShortProjectError` when the session has

@@ -3,6 +3,7 @@
 /// The plain records a project session keeps: the cut list, each source's transcript state, running jobs,
 /// the chat log and its checkpoints, and the map between source and program time.
 
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -162,5 +163,19 @@ void fromJson(const JsonReader& reader, NamedCheckpoint& checkpoint);
 [[nodiscard]] std::string readUUID(const JsonReader& reader);
 /// An ISO 8601 date, or `JsonDecodeError` naming where.
 [[nodiscard]] Date readDate(const JsonReader& reader);
+
+/// The member names of an object, in document order; `JsonDecodeError` when it isn't an object.
+[[nodiscard]] std::vector<std::string> memberNames(const JsonReader& reader);
+
+/// The object at `key` read as a dictionary of `T`, empty when the key is absent.
+template <class T>
+[[nodiscard]] std::map<std::string, T> readDictionary(const JsonReader& reader, std::string_view key) {
+    std::map<std::string, T> out;
+    if (!reader.has(key)) return out;
+    const JsonReader dictionary = reader[key];
+    for (const auto& name : memberNames(dictionary))
+        out.emplace(name, dictionary[name].template get<T>());
+    return out;
+}
 
 }  // namespace morvane::app

@@ -178,6 +178,9 @@ struct TimelineDocument {
     /// The five default tracks ("source", "program", "overlay", "audio", "text") with no clips, and the
     /// first format preset at `frameDuration`.
     [[nodiscard]] static TimelineDocument makeDefault(std::string frameDuration);
+    /// This document as the present format has it: a track without a role (an older project's) takes the
+    /// role of the default track at its index; tracks past the fifth keep none.
+    [[nodiscard]] TimelineDocument migrated() const;
 
     /// The first track with `id`.
     [[nodiscard]] const TimelineTrack* track(std::string_view id) const noexcept;

@@ -35,5 +35,8 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view con
 [[nodiscard]] std::filesystem::path dataDirectory();
 /// $XDG_CACHE_HOME/Morvane (default ~/.cache/Morvane): disposable media caches.
 [[nodiscard]] std::filesystem::path cacheDirectory();
+/// The user's documents folder: $XDG_DOCUMENTS_DIR, else the one named in user-dirs.dirs (as
+/// `xdg-user-dir DOCUMENTS` reads it), else ~/Documents.
+[[nodiscard]] std::filesystem::path documentsDirectory();
 
 }  // namespace morvane

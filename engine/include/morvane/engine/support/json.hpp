@@ -148,4 +148,8 @@ template <class Enum, std::size_t N>
 /// written locale-free; invalid UTF-8 in strings is replaced rather than thrown on.
 [[nodiscard]] std::string dumpJson(const Json& json, int indent = 2);
 
+/// `json` with the members of every object in byte order of their names, for files that are to diff and
+/// merge cleanly whatever order the records list their fields in.
+[[nodiscard]] Json withSortedKeys(const Json& json);
+
 }  // namespace morvane

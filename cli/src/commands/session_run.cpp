@@ -1,0 +1,61 @@
+#include "session_run.hpp"
+
+#include <fmt/core.h>
+
+#include <iostream>
+
+#include "morvane/app/project/recent_projects_store.hpp"
+#include "morvane/engine/support/preferences_store.hpp"
+#include "progress.hpp"
+
+namespace morvane::cli {
+
+using namespace morvane::app;
+
+void TerminalDelegate::showAlert(const std::string& title, const std::string& text) {
+    std::cerr << title << "\n" << text << "\n";
+}
+
+void runRequest(const ProjectSession& session, const std::string& label,
+                const std::function<std::shared_ptr<PipelineRequest>(MainLoop&)>& start) {
+    RunLoop loop;
+    const InterruptStop interrupt;
+    ProgressBar bar(label);
+    std::shared_ptr<PipelineRequest> request;
+    loop.post([&] { request = start(loop); });
+    loop.startTimer(20, true, [&] {
+        if (request && interrupt.token().stop_requested()) request->cancel();
+        for (const auto& job : session.activeJobs) {
+            if (job.progress) bar.update(*job.progress);
+        }
+        if (request && request->isFinished()) loop.quit();
+    });
+    loop.run();
+}
+
+bool isProjectBundle(const std::filesystem::path& path) {
+    std::error_code error;
+    return std::filesystem::is_directory(path, error) && ProjectBundleIO::resolveOpenURL(path).has_value();
+}
+
+void openProject(ProjectSession& session, const std::filesystem::path& path) {
+    PreferencesStore preferences;
+    RecentProjectsStore recent(preferences);
+    ProjectBundleIO::load(session, std::filesystem::absolute(path), {.recentProjects = &recent});
+}
+
+void saveProject(ProjectSession& session, const std::optional<std::filesystem::path>& path, bool copyMedia) {
+    PreferencesStore preferences;
+    RecentProjectsStore recent(preferences);
+    const std::filesystem::path target = path ? std::filesystem::absolute(*path) : *session.projectURL;
+    ProjectBundleIO::save(session, target, {.copyMedia = copyMedia, .recentProjects = &recent});
+}
+
+void printChatSince(const ProjectSession& session, std::size_t before) {
+    for (std::size_t i = before; i < session.chatMessages.size(); ++i) {
+        const auto& message = session.chatMessages[i];
+        fmt::print("[{}] {}\n", kChatRoleNames.text(message.role), message.text);
+    }
+}
+
+}  // namespace morvane::cli

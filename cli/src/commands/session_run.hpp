@@ -1,0 +1,42 @@
+#pragma once
+
+// What the verbs that drive a project session share: someone to show alerts to, a main loop run until the
+// pipeline's request is done (Ctrl-C cancels it, a bar shows its job's progress), and projects opened and
+// saved as the window would, noted among the recent ones.
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "morvane/app/pipeline/project_pipeline.hpp"
+#include "morvane/app/project/project_bundle_io.hpp"
+
+namespace morvane::cli {
+
+/// The command line has nobody to show a dialog to: alerts go to stderr, and nobody can be asked a
+/// question, so the language of a recording comes from the preferences or `--locale`.
+struct TerminalDelegate final : app::UserInterfaceDelegate {
+    void showAlert(const std::string& title, const std::string& text) override;
+};
+
+/// Runs `start` on a main loop of its own and keeps the loop going until the request it returns has
+/// finished. Ctrl-C cancels the request; a job of `session` with progress shows a bar labelled `label`.
+void runRequest(const app::ProjectSession& session, const std::string& label,
+                const std::function<std::shared_ptr<app::PipelineRequest>(app::MainLoop&)>& start);
+
+/// Whether `path` names a project bundle rather than a media file.
+[[nodiscard]] bool isProjectBundle(const std::filesystem::path& path);
+
+/// Opens the project at `path` into `session`, noting it as recent.
+void openProject(app::ProjectSession& session, const std::filesystem::path& path);
+/// Saves `session` into its bundle (or `path`), noting it as recent.
+void saveProject(app::ProjectSession& session,
+                 const std::optional<std::filesystem::path>& path = std::nullopt, bool copyMedia = false);
+
+/// The chat lines the session gained since it had `before` of them, as "[role] text".
+void printChatSince(const app::ProjectSession& session, std::size_t before);
+
+}  // namespace morvane::cli
