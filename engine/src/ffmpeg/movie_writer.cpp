@@ -1,12 +1,9 @@
 #include "ffmpeg/movie_writer.hpp"
 
-#include <fmt/core.h>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <random>
 #include <vector>
 
 #include "ffmpeg/ffmpeg_error.hpp"
@@ -14,6 +11,7 @@
 #include "ffmpeg/media_input.hpp"
 #include "ffmpeg/mono_resampler.hpp"
 #include "morvane/engine/engine_error.hpp"
+#include "morvane/engine/support/files.hpp"
 
 namespace morvane::engine::ffmpeg {
 namespace {
@@ -455,12 +453,6 @@ double durationOf(const std::filesystem::path& path, const std::stop_token& stop
     return durationSeconds(*openInput(path, &stop));
 }
 
-std::filesystem::path temporaryBeside(const std::filesystem::path& to) {
-    std::random_device entropy;
-    const auto name = fmt::format("morvane-{:08x}.partial.mp4", entropy());
-    return to.has_parent_path() ? to.parent_path() / name : std::filesystem::path(name);
-}
-
 void write(const MovieRequest& request, const std::filesystem::path& file, const ProgressCallback& progress,
            const std::stop_token& stop) {
     AVFormatContext* raw = nullptr;
@@ -535,7 +527,7 @@ void write(const MovieRequest& request, const std::filesystem::path& file, const
 
 void writeMovie(const MovieRequest& request, const std::filesystem::path& to,
                 const ProgressCallback& progress, std::stop_token stop) {
-    const auto partial = temporaryBeside(to);
+    const auto partial = partialFileBeside(to);
     try {
         write(request, partial, progress, stop);
         std::filesystem::rename(partial, to);
