@@ -23,6 +23,7 @@
 #include "morvane/intelligence/plan/edit_proposal.hpp"
 #include "morvane/intelligence/routing/model_router.hpp"
 #include "morvane/intelligence/support/text.hpp"
+#include "pipeline/pipeline_request_access.hpp"
 
 namespace morvane::app {
 
@@ -31,12 +32,6 @@ using intelligence::AssistantCommandBackend;
 namespace AssistantCommandCatalog = intelligence::AssistantCommandCatalog;
 using intelligence::ClassificationRun;
 using ID = intelligence::AssistantCommandID;
-
-struct PipelineRequestAccess {
-    static std::stop_token token(PipelineRequest& r) { return r.stop_.get_token(); }
-    static void finish(PipelineRequest& r) { r.finished_ = true; }
-    static std::jthread& worker(PipelineRequest& r) { return r.worker_; }
-};
 
 PipelineRequest::~PipelineRequest() = default;
 
@@ -104,14 +99,7 @@ std::string firstCharacters(const std::string& text, std::size_t count) {
     return std::string(intelligence::firstCharacters(text, count));
 }
 
-double programDurationSeconds(const ProjectSession& session) {
-    double end = 0.0;
-    for (const auto& clip : TimelinePlanBridge::primaryVideoClips(session)) {
-        end =
-            std::max(end, clip.timelineStart.seconds() + TimelinePlanBridge::programDuration(clip).seconds());
-    }
-    return end;
-}
+using TimelinePlanBridge::programDurationSeconds;
 
 // Whether a local model answers; the two ways it can't are told apart for the user.
 enum class ModelAvailability { available, unreachable, noModelLoaded };
