@@ -58,17 +58,17 @@ probe() { ffprobe -v error -show_entries format=duration -of csv=p=0 "$1"; }
 echo "source: $source_file; best of $runs runs; load now: $(cut -d' ' -f1-3 /proc/loadavg)"
 measure ffmpeg -nostdin -y -loglevel error -i "$source_file" -filter_complex "$graph" -map "[v]" -map "[a]" \
   -c:v libx264 -preset fast -crf 20 -c:a aac -b:a 192k -ac 1 "$work/ffmpeg.mp4"
-ff=$secs; row "ffmpeg concat + libx264" "$secs" "$mb"
+ff=$secs; ff_cpu=$cpu; row "ffmpeg concat + libx264" "$secs" "$mb"
 measure "$morvane" render "$work/between.json" -o "$work/between.mp4"
-mv_encode=$secs; row "morvane render (encode)" "$secs" "$mb"
+mv_encode=$secs; mv_encode_cpu=$cpu; row "morvane render (encode)" "$secs" "$mb"
 measure "$morvane" render "$work/on.json" -o "$work/on-encoded.mp4" --bitrate medium
-mv_full=$secs; row "morvane, on key frames, encoded" "$secs" "$mb"
+mv_full=$secs; mv_full_cpu=$cpu; row "morvane, on key frames, encoded" "$secs" "$mb"
 measure "$morvane" render "$work/on.json" -o "$work/on-copied.mp4"
-mv_copy=$secs; row "morvane, on key frames, copied" "$secs" "$mb"
+mv_copy=$secs; mv_copy_cpu=$cpu; row "morvane, on key frames, copied" "$secs" "$mb"
 
 echo
 echo "kept: 60 x 7.30 s = 438.00 s between key frames; 60 x 6.00 s = 360.00 s on them"
 echo "probed durations: ffmpeg $(probe "$work/ffmpeg.mp4") s, morvane $(probe "$work/between.mp4") s;" \
   "encoded $(probe "$work/on-encoded.mp4") s, copied $(probe "$work/on-copied.mp4") s"
-echo "morvane encode / ffmpeg:        $(ratio "$mv_encode" "$ff")  (target <= 1.10)"
-echo "copy speed-up over encoding:    $(ratio "$mv_full" "$mv_copy")x  (target >= 5)"
+echo "morvane encode / ffmpeg:        $(ratio "$mv_encode" "$ff") elapsed, $(ratio "$mv_encode_cpu" "$ff_cpu") CPU  (target <= 1.10)"
+echo "copy speed-up over encoding:    $(ratio "$mv_full" "$mv_copy")x elapsed, $(ratio "$mv_full_cpu" "$mv_copy_cpu")x CPU  (target >= 5)"

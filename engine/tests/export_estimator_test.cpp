@@ -5,7 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <nlohmann/json.hpp>
+
+#include "record_json.hpp"
 
 namespace morvane::engine {
 namespace {

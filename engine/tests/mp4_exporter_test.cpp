@@ -6,9 +6,8 @@
 #include <fmt/core.h>
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 #include "morvane/engine/engine_error.hpp"
+#include "record_json.hpp"
 
 namespace morvane::engine {
 namespace {
@@ -134,9 +133,9 @@ TEST(MP4Exporter, frameCountTakesWholeFramesOfThePlansFrameDuration) {
 
 TEST(MP4Exporter, theReportRoundTripsThroughJson) {
     const RenderReport report{"/out/talk.mp4", 12.5, 375};
-    const Json json = report;
-    EXPECT_EQ(json.dump(), R"({"outputPath":"/out/talk.mp4","durationSeconds":12.5,"frameCount":375})");
-    EXPECT_EQ(JsonReader(json).get<RenderReport>(), report);
+    EXPECT_EQ(testing::compactJson(report),
+              R"({"outputPath":"/out/talk.mp4","durationSeconds":12.5,"frameCount":375})");
+    testing::expectRoundTrip(report);
 }
 
 }  // namespace

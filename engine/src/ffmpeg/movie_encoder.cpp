@@ -120,15 +120,9 @@ class VideoTrackEncoder {
 
   private:
     void send(const AVFrame* frame) {
-        check(avcodec_send_frame(encoder_.get(), frame), "Could not encode the picture");
-        for (;;) {
-            const int rc = avcodec_receive_packet(encoder_.get(), packet_.get());
-            if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return;
-            check(rc, "Could not encode the picture");
-            const PacketUnref unref(packet_.get());
-            av_packet_rescale_ts(packet_.get(), encoder_->time_base, stream_->time_base);
-            muxer_.write(*packet_, *stream_);
-        }
+        encodeFrame(
+            *encoder_, frame, *packet_, *stream_, [this](AVPacket& p) { muxer_.write(p, *stream_); },
+            "Could not encode the picture");
     }
 
     MovieMuxer& muxer_;

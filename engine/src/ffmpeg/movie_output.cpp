@@ -72,15 +72,16 @@ AudioTrackEncoder::AudioTrackEncoder(MovieMuxer& muxer, ProgramAudio audio, bool
     stream_->time_base = encoder_->time_base;
 }
 
-void AudioTrackEncoder::send(const AVFrame* frame) {
-    check(avcodec_send_frame(encoder_.get(), frame), "Could not encode the sound");
+void encodeFrame(AVCodecContext& encoder, const AVFrame* frame, AVPacket& packet, const AVStream& stream,
+                 const std::function<void(AVPacket&)>& write, std::string_view failure) {
+    check(avcodec_send_frame(&encoder, frame), failure);
     for (;;) {
-        const int rc = avcodec_receive_packet(encoder_.get(), packet_.get());
+        const int rc = avcodec_receive_packet(&encoder, &packet);
         if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return;
-        check(rc, "Could not encode the sound");
-        const PacketUnref unref(packet_.get());
-        av_packet_rescale_ts(packet_.get(), encoder_->time_base, stream_->time_base);
-        muxer_.write(*packet_, *stream_);
+        check(rc, failure);
+        const PacketUnref unref(&packet);
+        av_packet_rescale_ts(&packet, encoder.time_base, stream.time_base);
+        write(packet);
     }
 }
 

@@ -4,7 +4,9 @@
 // encoder for the program's mixed sound that is fed as the picture advances.
 
 #include <filesystem>
+#include <functional>
 #include <span>
+#include <string_view>
 
 #include "ffmpeg/ffmpeg_ptr.hpp"
 #include "morvane/engine/export/mp4_exporter.hpp"
@@ -38,6 +40,11 @@ class MovieMuxer {
     OutputFormatPtr output_;
 };
 
+/// Sends `frame` to `encoder` (nullptr: the end) and hands each packet that comes out, in `stream`'s time
+/// base, to `write`. Throws `EngineError::exportFailed` beginning with `failure`.
+void encodeFrame(AVCodecContext& encoder, const AVFrame* frame, AVPacket& packet, const AVStream& stream,
+                 const std::function<void(AVPacket&)>& write, std::string_view failure);
+
 /// The sound track of an export: AAC, or 16-bit PCM for ProRes movies, mono.
 class AudioTrackEncoder {
   public:
@@ -49,7 +56,11 @@ class AudioTrackEncoder {
     void finish();
 
   private:
-    void send(const AVFrame* frame);
+    void send(const AVFrame* frame) {
+        encodeFrame(
+            *encoder_, frame, *packet_, *stream_, [this](AVPacket& p) { muxer_.write(p, *stream_); },
+            "Could not encode the sound");
+    }
 
     MovieMuxer& muxer_;
     ProgramAudio audio_;
