@@ -3,7 +3,12 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cmath>
 #include <mutex>
+
+extern "C" {
+#include <libavutil/display.h>
+}
 
 #include "ffmpeg/ffmpeg_error.hpp"
 #include "morvane/engine/support/cancellation.hpp"
@@ -103,6 +108,16 @@ double durationSeconds(const AVFormatContext& format) noexcept {
             longest = std::max(longest, static_cast<double>(stream->duration) * av_q2d(stream->time_base));
     }
     return longest;
+}
+
+double displayRotationDegrees(const AVStream& stream) noexcept {
+    const auto* matrix = reinterpret_cast<const std::int32_t*>(
+        av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr));
+    if (matrix == nullptr) return 0.0;
+    // FFmpeg states the turn counter-clockwise; a picture shown upright turns the other way.
+    const double degrees = -av_display_rotation_get(matrix);
+    if (!std::isfinite(degrees)) return 0.0;
+    return std::fmod(std::round(degrees / 90.0) * 90.0 + 360.0, 360.0);
 }
 
 }  // namespace morvane::engine::ffmpeg

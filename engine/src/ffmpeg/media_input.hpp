@@ -30,6 +30,9 @@ namespace morvane::engine::ffmpeg {
 /// The index of the first stream of `type`, or -1.
 [[nodiscard]] int firstStream(const AVFormatContext& format, AVMediaType type) noexcept;
 
+/// The clockwise turn that shows `stream`'s picture upright (0, 90, 180 or 270), from its display matrix.
+[[nodiscard]] double displayRotationDegrees(const AVStream& stream) noexcept;
+
 /// The container's duration in seconds, else the longest stream's; 0 when neither is known.
 [[nodiscard]] double durationSeconds(const AVFormatContext& format) noexcept;
 

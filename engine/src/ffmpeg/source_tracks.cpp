@@ -1,11 +1,6 @@
 #include "ffmpeg/source_tracks.hpp"
 
-#include <cmath>
 #include <cstring>
-
-extern "C" {
-#include <libavutil/display.h>
-}
 
 #include "ffmpeg/media_input.hpp"
 
@@ -33,13 +28,7 @@ SourceTracks probeSourceTracks(const std::filesystem::path& path) {
             (std::strstr(demuxer, "image2") != nullptr || std::strstr(demuxer, "_pipe") != nullptr) &&
             stream.nb_frames <= 1;
         out.videoSeconds = out.isStill ? 0.0 : streamSeconds(*format, stream);
-        if (const auto* matrix = reinterpret_cast<const std::int32_t*>(
-                av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr))) {
-            // FFmpeg states the turn counter-clockwise; a picture shown upright turns the other way.
-            const double degrees = -av_display_rotation_get(matrix);
-            if (std::isfinite(degrees))
-                out.rotationDegrees = std::fmod(std::round(degrees / 90.0) * 90.0 + 360.0, 360.0);
-        }
+        out.rotationDegrees = displayRotationDegrees(stream);
     }
     if (const int audio = firstStream(*format, AVMEDIA_TYPE_AUDIO); audio >= 0) {
         out.hasAudio = true;
