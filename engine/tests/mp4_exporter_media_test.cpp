@@ -6,6 +6,7 @@
 #include <fmt/core.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <fstream>
 
@@ -177,6 +178,38 @@ TEST_F(MP4ExporterMedia, everyCodecWritesAMovieOfTheProgramsLength) {
             EXPECT_EQ(shown.front(), 30) << c.file;
             EXPECT_EQ(shown[45], 150) << c.file;
         }
+    }
+}
+
+// The mean red, green and blue of the frame of `path` at `seconds`, as FFmpeg shows it.
+std::array<double, 3> meanColor(const fs::path& path, double seconds) {
+    const std::string pixels =
+        tool({"/usr/bin/ffmpeg", "-nostdin", "-loglevel", "error", "-ss", std::to_string(seconds), "-i", path.string(),
+              "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "rgb24", "-"});
+    std::array<double, 3> sum{};
+    for (std::size_t i = 0; i + 2 < pixels.size(); i += 3) {
+        for (std::size_t c = 0; c < 3; ++c)
+            sum[c] += static_cast<unsigned char>(pixels[i + c]);
+    }
+    for (auto& channel : sum)
+        channel /= static_cast<double>(pixels.size() / 3);
+    return sum;
+}
+
+TEST_F(MP4ExporterMedia, coloursLookTheSameAfterCompositingOrConvertingForTheEncoder) {
+    // Blue and yellow cells, untagged standard definition: read as BT.601, written as BT.709.
+    const fs::path colours = out_.path() / "colours.mov";
+    morvane::testing::makeCounterMovie(colours, 2.0, {.palette = 1});
+    for (const char* size : {"320x240", "640x480"}) {
+        EditPlan p = plan({}, size);
+        p.sources = {{.id = "src1", .url = colours.string(), .frameDuration = "1/30"}};
+        p.operations = {{.type = "keep", .sourceID = "src1", .start = "0/600", .end = "1200/600"}};
+        const fs::path to = out_.path() / fmt::format("colours-{}.mp4", size);
+        (void)MP4Exporter::render(p, to, {.videoSettings = {.bitrate = ExportVideoBitrate::high}});
+        const auto want = meanColor(colours, 0.5);
+        const auto got = meanColor(to, 0.5);
+        for (std::size_t c = 0; c < 3; ++c)
+            EXPECT_NEAR(got[c], want[c], 4.0) << size << " channel " << c;
     }
 }
 

@@ -27,28 +27,21 @@ bool ExportStatusThrottle::admit(int percent) {
     return true;
 }
 
-std::string ExportRunner::title(bool publish) {
-    return publish ? "Preparing YouTube upload…" : "Exporting video…";
-}
-
 std::shared_ptr<PipelineRequest> ExportRunner::run(ProjectSession& session, const ExportRequest& request,
                                                    const std::filesystem::path& to, PipelineContext context,
                                                    ExportRunOptions options) {
-    const std::string runTitle = title(options.publish);
+    const std::string runTitle = options.publish ? "Preparing YouTube upload…" : "Exporting video…";
     ExportProgressDisplay* display = options.display;
     if (display != nullptr) display->show(runTitle, "Starting encode…");
     session.setBusy(true, runTitle, MediaJobKind::exportMovie);
 
-    const auto fail = [&session, display](const std::string& message) {
-        if (display != nullptr) display->dismiss();
-        session.setError(message);
-    };
     try {
         ProjectPipeline::refreshEditPlan(session);
         session.rebuildPlaybackMap();
         session.notifyChange();
     } catch (const std::exception& e) {
-        fail(e.what());
+        if (display != nullptr) display->dismiss();
+        session.setError(e.what());
         auto finished = std::make_shared<PipelineRequest>();
         PipelineRequestAccess::finish(*finished);
         return finished;

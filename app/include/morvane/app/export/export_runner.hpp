@@ -70,9 +70,6 @@ struct ExportRunOptions {
 
 namespace ExportRunner {
 
-/// "Exporting video…" or, to publish, "Preparing YouTube upload…".
-[[nodiscard]] std::string title(bool publish);
-
 /// Runs an export of the session's timeline to `to` on the main loop of `context`: busy with the run's
 /// title, progress on the display and in the status line, then `setSuccess` with the success message or
 /// `setError` with the failure's text ("Cancelled" when cancelled).
