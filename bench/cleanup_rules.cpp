@@ -24,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "json_file.hpp"
 #include "morvane/engine/audio/pcm_sample_reader.hpp"
 #include "morvane/engine/silence/silence_detector.hpp"
 #include "morvane/engine/support/files.hpp"
@@ -191,11 +192,7 @@ class TalkGenerator {
     }();
 };
 
-template <class T>
-T readJSON(const std::filesystem::path& path) {
-    const Json json = parseJson(readWholeFile(path), path.filename().string());
-    return JsonReader(json, path.filename().string()).get<T>();
-}
+using bench::readJSON;
 
 int generate(const std::filesystem::path& dir, double minutes) {
     std::filesystem::create_directories(dir);

@@ -22,29 +22,6 @@ struct RecordingDelegate final : UserInterfaceDelegate {
     void showAlert(const std::string& title, const std::string&) override { titles.push_back(title); }
 };
 
-// A talk with a filler-only segment and a line said twice.
-void loadMessyTalk(ProjectSession& session) {
-    loadTalk(session,
-             words({{"Welcome", 0.0, 0.5},
-                    {"to", 0.6, 0.7},
-                    {"the", 0.8, 0.9},
-                    {"show.", 1.0, 1.5},
-                    {"Um,", 2.0, 2.4},
-                    {"uh,", 2.5, 2.9},
-                    {"Today", 3.5, 3.9},
-                    {"we", 4.0, 4.1},
-                    {"cut", 4.2, 4.5},
-                    {"video.", 4.6, 5.0},
-                    {"Today", 6.0, 6.4},
-                    {"we", 6.5, 6.6},
-                    {"cut", 6.7, 7.0},
-                    {"video.", 7.1, 7.5},
-                    {"Thanks", 8.5, 8.9},
-                    {"for", 9.0, 9.1},
-                    {"watching.", 9.2, 9.8}}),
-             {{0, 3}, {4, 5}, {6, 9}, {10, 13}, {14, 16}});
-}
-
 std::vector<std::string> chatTexts(const ProjectSession& session) {
     std::vector<std::string> texts;
     for (const auto& m : session.chatMessages)

@@ -10,12 +10,24 @@
 #include "morvane/app/session/project_session.hpp"
 #include "morvane/app/timeline/timeline_consistency.hpp"
 #include "morvane/app/timeline/timeline_plan_bridge.hpp"
+#include "morvane/engine/support/uuid.hpp"
 #include "morvane/testing/printers.hpp"
 
 namespace morvane::app::testing {
 
 inline RationalTime seconds(double s) {
     return RationalTime::fromSeconds(s, 600);
+}
+
+/// A plain clip playing `in`–`out` of a source at program time `at` (seconds).
+inline TimelineClip clipOf(const char* label, double in, double out, double at,
+                           std::string sourceID = "src1") {
+    return {.id = makeUUID(),
+            .sourceID = std::move(sourceID),
+            .label = label,
+            .sourceIn = seconds(in),
+            .sourceOut = seconds(out),
+            .timelineStart = seconds(at)};
 }
 
 /// Words as (text, start, end) in seconds, ids from 0.
@@ -78,6 +90,29 @@ inline void loadShortTalk(ProjectSession& session) {
                     {"for", 4.5, 4.7},
                     {"watching.", 4.8, 5.4}}),
              {{0, 4}, {5, 6}, {7, 9}});
+}
+
+/// A talk with a filler-only segment and a line said twice.
+inline void loadMessyTalk(ProjectSession& session) {
+    loadTalk(session,
+             words({{"Welcome", 0.0, 0.5},
+                    {"to", 0.6, 0.7},
+                    {"the", 0.8, 0.9},
+                    {"show.", 1.0, 1.5},
+                    {"Um,", 2.0, 2.4},
+                    {"uh,", 2.5, 2.9},
+                    {"Today", 3.5, 3.9},
+                    {"we", 4.0, 4.1},
+                    {"cut", 4.2, 4.5},
+                    {"video.", 4.6, 5.0},
+                    {"Today", 6.0, 6.4},
+                    {"we", 6.5, 6.6},
+                    {"cut", 6.7, 7.0},
+                    {"video.", 7.1, 7.5},
+                    {"Thanks", 8.5, 8.9},
+                    {"for", 9.0, 9.1},
+                    {"watching.", 9.2, 9.8}}),
+             {{0, 3}, {4, 5}, {6, 9}, {10, 13}, {14, 16}});
 }
 
 inline void expectConsistent(const ProjectSession& session) {

@@ -13,15 +13,6 @@ namespace {
 
 using namespace testing;
 
-TimelineClip clipOf(const char* label, double in, double out, double at, std::string sourceID = "src1") {
-    return {.id = makeUUID(),
-            .sourceID = std::move(sourceID),
-            .label = label,
-            .sourceIn = seconds(in),
-            .sourceOut = seconds(out),
-            .timelineStart = seconds(at)};
-}
-
 TEST(TimelinePlanBridge, aRoughCutWinsThePictureAndKeepsTheStorylineOnSourceTime) {
     ProjectSession session;
     loadShortTalk(session);

@@ -30,6 +30,7 @@ void addClassifyVerb(CLI::App& app, RunState& state);
 void addFrameVerb(CLI::App& app, RunState& state);
 void addRenderAudioVerb(CLI::App& app, RunState& state);
 void addRenderVerb(CLI::App& app, RunState& state);
+void addShortsVerb(CLI::App& app, RunState& state);
 void addProbeVerb(CLI::App& app, RunState& state);
 
 /// Writes `json` pretty-printed to stdout, with a final newline.

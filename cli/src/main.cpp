@@ -27,6 +27,7 @@ int main(int argc, char** argv) {
     addFrameVerb(app, state);
     addRenderAudioVerb(app, state);
     addRenderVerb(app, state);
+    addShortsVerb(app, state);
     addProbeVerb(app, state);
     try {
         app.parse(argc, argv);

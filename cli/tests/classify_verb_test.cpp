@@ -125,9 +125,6 @@ TEST(MorvaneClassify, refusesWhatIsNoCutAndAsksForARequest) {
     const auto screen = runMorvane({"classify", sampleTranscript(), "--command", "greenScreen"});
     EXPECT_EQ(screen.exitCode, 1);
     EXPECT_NE(screen.err.find("“Green screen” is not available yet."), std::string::npos) << screen.err;
-    const auto packing = runMorvane({"classify", sampleTranscript(), "--command", "shortCut60s"});
-    EXPECT_EQ(packing.exitCode, 1);
-    EXPECT_NE(packing.err.find("“Short cut” is not available yet."), std::string::npos) << packing.err;
     EXPECT_EQ(runMorvane({"classify", sampleTranscript()}).exitCode, 2);
     EXPECT_EQ(runMorvane({"classify", sampleTranscript(), "--command", "tidy"}).exitCode, 2);
     EXPECT_EQ(

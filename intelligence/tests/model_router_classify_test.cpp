@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "long_talk.hpp"
 #include "morvane/intelligence/intelligence_error.hpp"
 #include "morvane/intelligence/routing/model_router.hpp"
 #include "transcript_builder.hpp"
@@ -118,17 +119,38 @@ TEST(ModelRouterClassify, modelArmsNeedAModel) {
     EXPECT_EQ(partials, 2);  // the model's own partial result, then the final run
 }
 
-TEST(ModelRouterClassify, refusesPackingToALengthForNow) {
-    const auto& [transcript, segments] = talk();
-    for (const auto& [command, text] : {std::pair<std::optional<ID>, const char*>{ID::shortCut60s, ""},
-                                        {std::nullopt, "make a 45 second teaser"}}) {
-        try {
-            (void)ModelRouter::classify(segments, text, {.transcript = &transcript, .commandID = command});
-            FAIL() << text;
-        } catch (const IntelligenceError& e) {
-            EXPECT_STREQ(e.what(), "“Short cut” is not available yet.");
-        }
+TEST(ModelRouterClassify, packsToTheLengthTheRequestNamesWithOrWithoutATranscript) {
+    const auto& [transcript, segments] = testing::longTalk();
+    struct Case {
+        std::optional<ID> command;
+        const char* text;
+        const TranscriptDocument* transcript;
+        const char* target;
+    } cases[] = {
+        {ID::shortCut60s, "", &transcript, "target=60s"},
+        {ID::shortCut60s, "Build a 90-second version with a strong hook.", &transcript, "target=90s"},
+        {ID::shortCut60s, "", nullptr, "target=60s"},
+        {std::nullopt, "make a 45 second teaser", &transcript, "target=45s"},
+        {std::nullopt, "Pack to a target length", nullptr, "target=60s"},
+    };
+    for (const auto& c : cases) {
+        const auto run =
+            ModelRouter::classify(segments, c.text, {.transcript = c.transcript, .commandID = c.command});
+        ASSERT_EQ(run.results.size(), 1u) << c.text;
+        EXPECT_TRUE(run.results[0].modelNotes->ends_with(c.target)) << *run.results[0].modelNotes;
+        EXPECT_FALSE(run.mergedKeepSegmentIDs.empty());
     }
+    // The command's run carries the canonical text of its length.
+    const auto ninety = ModelRouter::classify(segments, "Build a 90-second version with a strong hook.",
+                                              {.commandID = ID::shortCut60s});
+    EXPECT_EQ(ninety.instruction, "Build a 90-second version with a strong hook.");
+    EXPECT_EQ(ModelRouter::classify(segments, "", {.commandID = ID::shortCut60s}).instruction,
+              AssistantCommandCatalog::command(ID::shortCut60s)->instruction);
+    // Scoped to the active edit like every rule.
+    const auto scoped = ModelRouter::classify(
+        segments, "", {.commandID = ID::shortCut60s, .candidateKeepIDs = std::set{0, 1, 2}});
+    for (const int id : scoped.mergedKeepSegmentIDs)
+        EXPECT_LE(id, 2);
 }
 
 }  // namespace

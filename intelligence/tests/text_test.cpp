@@ -47,6 +47,15 @@ TEST(Text, findsLettersMarksAndNumbers) {
     EXPECT_GT(localizedCaseInsensitiveCompare("Object mask", "Green screen"), 0);
 }
 
+TEST(Text, splitsWordsOnAnyUnicodeWhiteSpace) {
+    using Words = std::vector<std::string_view>;
+    EXPECT_EQ(whitespaceSeparatedWords("  Here's\tthe\n\nsecret. "), (Words{"Here's", "the", "secret."}));
+    EXPECT_EQ(whitespaceSeparatedWords("a\u00a0b\u3000c\u2029d"), (Words{"a", "b", "c", "d"}));
+    EXPECT_EQ(whitespaceSeparatedWords("\u00e9t\u00e9"), (Words{"\u00e9t\u00e9"}));
+    EXPECT_TRUE(whitespaceSeparatedWords(" \r\n ").empty());
+    EXPECT_TRUE(whitespaceSeparatedWords("").empty());
+}
+
 TEST(IntelligenceError, describesEveryCaseAndSpotsSoftTranscriptionFailures) {
     struct Case {
         IntelligenceError error;

@@ -77,6 +77,24 @@ TimelineClip TimelineClip::inheritingPictureEffects(const TimelineClip& donor) c
     return clip;
 }
 
+void TimelineClip::moveTo(RationalTime start) {
+    const RationalTime delta = start.subtracting(timelineStart);
+    timelineStart = start;
+    if (delta.value == 0) return;
+    if (reframeKeyframes) {
+        for (auto& keyframe : *reframeKeyframes) {
+            keyframe.programStart = keyframe.programStart.adding(delta);
+            keyframe.programEnd = keyframe.programEnd.adding(delta);
+        }
+    }
+    if (zoomRegions) {
+        for (auto& region : *zoomRegions) {
+            region.timelineStart = region.timelineStart.adding(delta);
+            region.timelineEnd = region.timelineEnd.adding(delta);
+        }
+    }
+}
+
 std::string TimelineTrack::displayName() const {
     if (kind == TimelineTrackKind::audio) return "Audio";
     if (kind == TimelineTrackKind::program) return name.empty() ? "Rough Cut" : name;

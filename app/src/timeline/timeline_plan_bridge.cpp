@@ -65,6 +65,17 @@ const char* presetText(engine::TextStylePreset preset) {
     return engine::kTextStylePresetNames.text(preset).data();
 }
 
+// Where each primary clip plays, without copying the clips as `primaryVideoClips` does: a storyline clip
+// may hold hundreds of ranges, and connected clips are re-placed after every edit. A rough cut plays where
+// it lies; without one the storyline is on the program axis, where its clips lie too.
+std::map<std::string, RationalTime> primaryClipStarts(const ProjectSession& session) {
+    const std::vector<TimelineClip>& program = session.timeline->clips(TimelineTrackIDs::program);
+    std::map<std::string, RationalTime> starts;
+    for (const auto& clip : program.empty() ? session.timeline->clips(TimelineTrackIDs::source) : program)
+        starts.emplace(clip.id, clip.timelineStart);
+    return starts;
+}
+
 }  // namespace
 
 bool TimelinePlanBridge::storylineIsPackedCut(const std::vector<TimelineClip>& clips) {
@@ -351,7 +362,7 @@ void TimelinePlanBridge::compactSourceTrack(ProjectSession& session) {
     sortByStart(source->clips, true);
     RationalTime cursor = RationalTime::zero;
     for (auto& clip : source->clips) {
-        clip.timelineStart = cursor;
+        clip.moveTo(cursor);
         cursor = cursor.adding(programDuration(clip));
     }
     TimelineMagneticBridge::resolveConnectedClips(session);
@@ -486,9 +497,7 @@ void TimelineMagneticBridge::attachToSpine(TimelineClip& clip, double programSec
 
 void TimelineMagneticBridge::resolveConnectedClips(ProjectSession& session) {
     if (!session.timeline) return;
-    std::map<std::string, RationalTime> hostStarts;
-    for (const auto& clip : TimelinePlanBridge::primaryVideoClips(session))
-        hostStarts.emplace(clip.id, clip.timelineStart);
+    const std::map<std::string, RationalTime> hostStarts = primaryClipStarts(session);
     for (auto& track : session.timeline->tracks) {
         if (track.kind != TimelineTrackKind::overlay && track.kind != TimelineTrackKind::audio &&
             track.kind != TimelineTrackKind::text) {
@@ -497,7 +506,7 @@ void TimelineMagneticBridge::resolveConnectedClips(ProjectSession& session) {
         for (auto& clip : track.clips) {
             if (!clip.connectedToClipID || !clip.connectedOffset) continue;
             const auto host = hostStarts.find(*clip.connectedToClipID);
-            if (host != hostStarts.end()) clip.timelineStart = host->second.adding(*clip.connectedOffset);
+            if (host != hostStarts.end()) clip.moveTo(host->second.adding(*clip.connectedOffset));
         }
     }
 }

@@ -1,6 +1,7 @@
-// morvane cut FILE --transcript T.json (--command ID | --instruction "...") [--accept | --reject]
-// [--plan-out PLAN.json] [--model-url URL] [--json]: the assistant's whole request over a session held in
-// memory: checkpoint, decision, proposal, rough cut, then accept or reject, and the resulting edit plan.
+// morvane cut FILE --transcript T.json (--command ID [--target-seconds S] | --instruction "...")
+// [--accept | --reject] [--plan-out PLAN.json] [--model-url URL] [--json]: the assistant's whole request
+// over a session held in memory: checkpoint, decision, proposal, rough cut, then accept or reject, and the
+// resulting edit plan.
 
 #include <fmt/core.h>
 
@@ -62,6 +63,7 @@ void addCutVerb(CLI::App& app, RunState& state) {
         std::string transcript;
         std::optional<std::string> command;
         std::optional<std::string> instruction;
+        std::optional<double> targetSeconds;
         bool accept = false;
         bool reject = false;
         std::optional<std::string> planOut;
@@ -76,6 +78,10 @@ void addCutVerb(CLI::App& app, RunState& state) {
     auto* typed =
         verb->add_option("--instruction", options->instruction, "An instruction as a user would type it");
     command->excludes(typed);
+    verb->add_option("--target-seconds", options->targetSeconds,
+                     "With --command shortCut60s: the length to pack to (60 when absent)")
+        ->check(CLI::PositiveNumber)
+        ->needs(command);
     auto* accept = verb->add_flag("--accept", options->accept, "Accept the rough cut");
     verb->add_flag("--reject", options->reject, "Reject the rough cut")->excludes(accept);
     verb->add_option("--plan-out", options->planOut, "Write the resulting edit plan here");
@@ -90,6 +96,9 @@ void addCutVerb(CLI::App& app, RunState& state) {
             if (!commandID)
                 throw CLI::ValidationError("--command", "unknown command id " + *options->command);
         }
+        if (options->targetSeconds && commandID != AssistantCommandID::shortCut60s)
+            throw CLI::ValidationError("--target-seconds",
+                                       "only the short cut (shortCut60s) packs to a length");
         ProjectSession session;
         loadRecording(session, std::filesystem::absolute(options->media), options->transcript);
 
@@ -106,7 +115,8 @@ void addCutVerb(CLI::App& app, RunState& state) {
             const InterruptStop interrupt;
             loop.post([&] {
                 if (commandID) {
-                    request = ProjectPipeline::applyCommand(session, *commandID, context);
+                    request = ProjectPipeline::applyCommand(session, *commandID, context,
+                                                            {.targetSeconds = options->targetSeconds});
                 } else {
                     session.instruction = *options->instruction;
                     request = ProjectPipeline::applyInstruction(session, context);

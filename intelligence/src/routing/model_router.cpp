@@ -102,7 +102,11 @@ Route ModelRouter::route(const SegmentDocument& segments, std::string_view instr
                 if (hasTranscript) return ruleRoute(RouteArm::retakeDetector, command, command->instruction);
                 break;
             case ID::shortCut60s:
-                return ruleRoute(RouteArm::durationTargetPacker, command, command->instruction);
+                // The short cut's canonical text carries its length: a request for 90 s packs to 90 s.
+                return ruleRoute(RouteArm::durationTargetPacker, command,
+                                 DurationTargetPacker::instruction(
+                                     DurationTargetPacker::targetSeconds(instruction)
+                                         .value_or(DurationTargetPacker::defaultTargetSeconds)));
             case ID::makeConcise:
             case ID::mainStory:
                 break;
@@ -163,9 +167,8 @@ ClassificationRun ModelRouter::classify(const SegmentDocument& segments, std::st
                                            evidence({.silences = false, .levels = true}));
             break;
         case RouteArm::durationTargetPacker:
-            // Packing to a length comes with its own rule; until then the request is refused by name.
-            throw IntelligenceError::unsupportedInstruction(
-                std::string(AssistantCommandCatalog::command(ID::shortCut60s)->title));
+            run = DurationTargetPacker::classify(segments, request.transcript, route.instruction);
+            break;
         case RouteArm::languageModelTwoPass:
             run = classifyTwoPass(model(), segments, route.instruction, request.options, request.onPartial,
                                   stop);

@@ -153,6 +153,28 @@ int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
     return result == UCOL_LESS ? -1 : (result == UCOL_EQUAL ? 0 : 1);
 }
 
+std::vector<std::string_view> whitespaceSeparatedWords(std::string_view text) {
+    std::vector<std::string_view> words;
+    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
+    const auto length = static_cast<int32_t>(text.size());
+    int32_t wordStart = -1;
+    for (int32_t i = 0; i < length;) {
+        const int32_t at = i;
+        UChar32 c = 0;
+        U8_NEXT(s, i, length, c);
+        const bool blank = c >= 0 && isWhitespaceOrNewline(static_cast<char32_t>(c));
+        if (blank && wordStart >= 0) {
+            words.push_back(
+                text.substr(static_cast<std::size_t>(wordStart), static_cast<std::size_t>(at - wordStart)));
+            wordStart = -1;
+        } else if (!blank && wordStart < 0) {
+            wordStart = at;
+        }
+    }
+    if (wordStart >= 0) words.push_back(text.substr(static_cast<std::size_t>(wordStart)));
+    return words;
+}
+
 bool containsAny(std::string_view text, std::initializer_list<std::string_view> needles) {
     return std::any_of(needles.begin(), needles.end(),
                        [&](std::string_view needle) { return text.find(needle) != std::string_view::npos; });

@@ -16,11 +16,15 @@
 #include <stop_token>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "morvane/app/session/project_session.hpp"
 #include "morvane/app/support/main_loop.hpp"
+#include "morvane/engine/layout/project_format.hpp"
+#include "morvane/engine/plan/edit_plan.hpp"
 #include "morvane/intelligence/instruction/assistant_command.hpp"
 #include "morvane/intelligence/model/language_model.hpp"
+#include "morvane/intelligence/publish/shorts_candidate_scorer.hpp"
 
 namespace morvane {
 class PreferencesStore;
@@ -33,6 +37,13 @@ class UserInterfaceDelegate {
   public:
     virtual ~UserInterfaceDelegate() = default;
     virtual void showAlert(const std::string& title, const std::string& text) = 0;
+    /// Asks `question` with `choices`, the last of which cancels, and returns the index of the one chosen.
+    /// A front end that can't ask keeps this default, which declines.
+    virtual std::optional<std::size_t> ask(const std::string& /*question*/,
+                                           const std::string& /*informativeText*/,
+                                           const std::vector<std::string>& /*choices*/) {
+        return std::nullopt;
+    }
 };
 
 /// What the pipeline's long operations run with.
@@ -97,6 +108,13 @@ void toggleWords(ProjectSession& session, const std::set<int>& wordIDs, bool rem
 /// The commands carried out on the timeline rather than by a cut; those whose tools aren't built yet say so.
 void applyTimelinePolish(intelligence::AssistantCommandID id, ProjectSession& session,
                          PipelineContext context);
+
+/// The plan that renders a short candidate on its own: its passage of the primary source as one kept
+/// span, on `format`'s canvas at the session's frame rate. Throws `ShortProjectError` when the session has
+/// no media.
+[[nodiscard]] engine::EditPlan shortEditPlan(const ProjectSession& session,
+                                             const intelligence::ShortsCandidate& candidate,
+                                             const engine::ProjectFormat& format);
 
 /// "1:05" or "1:02:03": a duration as the chat shows it.
 [[nodiscard]] std::string formatTimecode(double seconds);

@@ -4,8 +4,8 @@
 /// record. Recording pushes an undo step when the state changed, re-lays a rough cut under review, and
 /// rebuilds the plan. A drag is one gesture: many small changes, one undo step.
 ///
-///     EditCoordinator::perform(session, "Trim Clip", [&] { TimelineEditor::trim(session, ...); });
-///     EditCoordinator::undo(session);   // "Undid trim clip."
+///     EditCoordinator::perform(session, "Trim", [&] { TimelineEditor::trimClip(session, id, edge, t); });
+///     EditCoordinator::undo(session);   // "Undid trim."
 
 #include <functional>
 #include <optional>

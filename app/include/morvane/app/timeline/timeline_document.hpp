@@ -129,6 +129,9 @@ struct TimelineClip {
     /// This clip with `donor`'s picture treatment; keyframes and zoom regions are carried across from the
     /// donor's time map onto this clip's.
     [[nodiscard]] TimelineClip inheritingPictureEffects(const TimelineClip& donor) const;
+    /// Places the clip at program time `start`; its crop keyframes and zoom regions, which are held in
+    /// program time, move with it.
+    void moveTo(RationalTime start);
     [[nodiscard]] bool isTextLike() const noexcept {
         return kind == TimelineClipKinds::text || kind == TimelineClipKinds::caption;
     }

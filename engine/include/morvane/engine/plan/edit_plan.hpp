@@ -57,14 +57,16 @@ inline constexpr auto kPrimaryTrackNames = makeEnumTable<PrimaryTrackName>({
 
 /// Why a span exists.
 enum class EditPlanOriginKind {
-    instruction,  ///< the assistant's instruction kept its transcript segment
-    segment,      ///< a timeline clip that remembers the transcript segments it came from
+    instruction,     ///< the assistant's instruction kept its transcript segment
+    segment,         ///< a timeline clip that remembers the transcript segments it came from
+    shortCandidate,  ///< the passage chosen as a short
 };
 
 /// The stored texts of `EditPlanOriginKind`. The origin's `kind` stays a string: other texts are carried.
 inline constexpr auto kEditPlanOriginKindNames = makeEnumTable<EditPlanOriginKind>({
     {EditPlanOriginKind::instruction, "instruction"},
     {EditPlanOriginKind::segment, "segment"},
+    {EditPlanOriginKind::shortCandidate, "short"},
 });
 
 /// Why a span exists, and which transcript segments it came from.

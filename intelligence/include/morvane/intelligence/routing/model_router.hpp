@@ -63,8 +63,8 @@ struct Route {
     RouteArm arm{};
     /// The command the request named or resolved to, if any.
     const AssistantCommand* command = nullptr;
-    /// The instruction the decider receives: a command's canonical text when its own rule answers,
-    /// otherwise the request's text.
+    /// The instruction the decider receives: a command's canonical text when its own rule answers (for the
+    /// short cut, the canonical text of the length the request names), otherwise the request's text.
     std::string instruction;
     /// The silence remover's minimum pause, in seconds, when a command sends it there.
     std::optional<double> minPauseSeconds;
@@ -106,9 +106,9 @@ namespace ModelRouter {
 
 /// Decides `instruction` over `segments`: routes it, runs the rule or model that answers, scopes the run
 /// to the active edit, then hands it to `onPartial` once. The recording is read once whatever the rule.
-/// Throws `IntelligenceError::unsupportedInstruction` for commands that aren't cuts and, until packing
-/// to a length exists, with "Short cut" for requests of a length; `languageModelUnavailable` when a model
-/// must answer and none is given or reachable; model failures; `OperationCancelled`.
+/// Throws `IntelligenceError::unsupportedInstruction` for commands that aren't cuts;
+/// `languageModelUnavailable` when a model must answer and none is given or reachable; model failures;
+/// `OperationCancelled`.
 ClassificationRun classify(const SegmentDocument& segments, std::string_view instruction,
                            const ClassifyRequest& request, std::stop_token stop = {});
 

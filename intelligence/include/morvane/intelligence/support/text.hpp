@@ -11,6 +11,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "morvane/engine/support/text.hpp"
 
@@ -36,6 +37,9 @@ namespace morvane::intelligence {
 
 /// Case-insensitive comparison in the collation order of the user's locale: negative, zero or positive.
 [[nodiscard]] int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b);
+
+/// The pieces of `text` between runs of white space and newlines, empty pieces left out.
+[[nodiscard]] std::vector<std::string_view> whitespaceSeparatedWords(std::string_view text);
 
 /// Whether `text` contains any of `needles` (plain byte containment of UTF-8).
 [[nodiscard]] bool containsAny(std::string_view text, std::initializer_list<std::string_view> needles);
