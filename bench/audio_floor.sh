@@ -18,7 +18,7 @@ mkdir -p "$cache"
 generate() {
   local work
   work="$(mktemp -d "$cache/morvane-gen.XXXXXX")"
-  trap 'rm -rf "$work"' RETURN
+  trap 'rm -rf "$work"; trap - RETURN' RETURN
   local sentences=(
     "Welcome back to the channel. Today we are looking at a quick way to clean up a recording."
     "First, drop the file onto the window and wait for the transcript."

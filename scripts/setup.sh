@@ -19,6 +19,10 @@ packages=(
   libpocketsphinx-dev pocketsphinx-en-us libcurl4-openssl-dev libcpp-httplib-dev
   # synthetic speech and audio fixtures for tests and the bundled sample
   flite espeak-ng sox
+  # the desktop window (Qt 6 Widgets and Multimedia); Xvfb for its screenshots
+  qt6-base-dev qt6-multimedia-dev qt6-qpa-plugins xvfb xauth
+  # a German locale built at test time, to check that numbers never follow the user's locale
+  locales
 )
 
 missing=()
