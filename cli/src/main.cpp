@@ -26,6 +26,7 @@ int main(int argc, char** argv) {
     addClassifyVerb(app, state);
     addFrameVerb(app, state);
     addRenderAudioVerb(app, state);
+    addRenderVerb(app, state);
     addShortsVerb(app, state);
     addProbeVerb(app, state);
     addTranscribeVerb(app, state);
