@@ -25,14 +25,17 @@
 
 #include "assistant/assistant_panel.hpp"
 #include "cached_model_service.hpp"
+#include "morvane/app/project/project_bundle_io.hpp"
 #include "morvane/app/session/chat_log.hpp"
 #include "morvane/app/session/edit_coordinator.hpp"
 #include "morvane/app/timeline/timeline_editor.hpp"
 #include "morvane/app/timeline/timeline_plan_bridge.hpp"
+#include "morvane/intelligence/transcription/speech_recognizer_transcription_provider.hpp"
 #include "preview/preview_monitor.hpp"
 #include "recording_loader.hpp"
 #include "timeline/timeline_view.hpp"
 #include "transcript/transcript_view.hpp"
+#include "transcription_language_dialog.hpp"
 #include "welcome_page.hpp"
 
 namespace morvane::studio {
@@ -80,7 +83,9 @@ StudioWindow::StudioWindow(StudioServices services, QWidget* parent)
                .positionChanged = [this](double seconds) { playerMoved(seconds); },
                .playingChanged = [this](bool) { monitor_->refresh(); },
                .failed = [this](const std::string& reason) { session_.setError("Preview: " + reason); }}),
-      observer_(std::make_shared<Observer>(*this)) {
+      observer_(std::make_shared<Observer>(*this)),
+      recentProjects_(services.preferences),
+      autosave_(loop_, {.recentProjects = &recentProjects_}) {
     setWindowTitle(QStringLiteral("Morvane"));
     setObjectName(QStringLiteral("studioWindow"));
     resize(1440, 900);
@@ -145,7 +150,7 @@ StudioWindow::StudioWindow(StudioServices services, QWidget* parent)
     welcome_ = new WelcomePage({.newProject = [this] { newProject(); },
                                 .importMedia = [this] { chooseAndImport(); },
                                 .dropFiles = [this](const auto& files) { openFiles(files); },
-                                .openRecent = {}},
+                                .openRecent = [this](const auto& bundle) { openProject(bundle); }},
                                center_);
     monitor_ = new PreviewMonitor(player_, center_);
     monitor_->canvas()->onDropFiles = [this](const auto& files) { openFiles(files); };
@@ -236,6 +241,7 @@ StudioWindow::StudioWindow(StudioServices services, QWidget* parent)
     session_.addObserver(observer_);
     session_.onNotification([this](app::SessionNotification, app::ProjectSession&) { scheduleRefresh(); });
     app::TimelinePlanBridge::bootstrapEmptyTimeline(session_);
+    autosave_.attach(session_);
     refreshNow();
 }
 
@@ -248,7 +254,9 @@ StudioWindow::~StudioWindow() {
         QThread::msleep(5);
     }
     loading_.reset();
+    importing_.reset();
     requests_.clear();
+    autosave_.detach();
 }
 
 void StudioWindow::buildMenus() {
@@ -257,6 +265,16 @@ void StudioWindow::buildMenus() {
     create->setShortcut(QKeySequence::New);
     QAction* import = file->addAction(QStringLiteral("&Import Media…"), [this] { chooseAndImport(); });
     import->setShortcut(QKeySequence(QStringLiteral("Ctrl+I")));
+    QAction* open = file->addAction(QStringLiteral("&Open…"), [this] { chooseAndOpen(); });
+    open->setShortcut(QKeySequence::Open);
+    file->addSeparator();
+    QAction* save = file->addAction(QStringLiteral("&Save"), [this] { saveProject(); });
+    save->setShortcut(QKeySequence::Save);
+    QAction* saveAs = file->addAction(QStringLiteral("Save &As…"), [this] { chooseAndSaveAs(); });
+    saveAs->setShortcut(QKeySequence::SaveAs);
+    file->addSeparator();
+    QAction* exportMovie = file->addAction(QStringLiteral("&Export…"), [this] { chooseAndExport(); });
+    exportMovie->setShortcut(QKeySequence(QStringLiteral("Ctrl+E")));
     file->addSeparator();
     QAction* quit = file->addAction(QStringLiteral("&Quit"), [this] { close(); });
     quit->setShortcut(QKeySequence::Quit);
@@ -358,7 +376,8 @@ app::PipelineContext StudioWindow::pipelineContext() {
     return {.mainLoop = loop_,
             .languageModel = model_.get(),
             .delegate = this,
-            .preferences = &services_.preferences};
+            .preferences = &services_.preferences,
+            .transcription = transcription_.get()};
 }
 
 void StudioWindow::track(std::shared_ptr<app::PipelineRequest> request) {
@@ -370,10 +389,11 @@ void StudioWindow::track(std::shared_ptr<app::PipelineRequest> request) {
 bool StudioWindow::isWorking() const {
     const bool requests =
         std::any_of(requests_.begin(), requests_.end(), [](const auto& r) { return !r->isFinished(); });
-    return requests || (loading_ && !loading_->isFinished());
+    return requests || importing_ || (loading_ && !loading_->isFinished());
 }
 
 void StudioWindow::cancelWork() {
+    importing_.reset();
     for (const auto& request : requests_)
         request->cancel();
     if (loading_) loading_->cancel();
@@ -395,14 +415,35 @@ void StudioWindow::openFiles(const std::vector<std::filesystem::path>& files) {
         return;
     }
     const std::filesystem::path media = std::filesystem::absolute(files.front());
+    if (const auto bundle = app::ProjectBundleIO::resolveOpenURL(media)) {
+        openProject(*bundle);
+        return;
+    }
     if (const auto transcript = transcriptBeside(media)) {
         openRecording(media, *transcript);
         return;
     }
-    session_.setError(
-        "Transcription isn’t available in this build yet: put the recording’s transcript beside it "
-        "as " +
-        media.stem().string() + ".transcript.json, then drop it again.");
+    player_.pause();
+    // Made afresh for each import so that a recognizer chosen in the preferences meanwhile is the one used.
+    transcription_ = intelligence::makeTranscriptionProvider(services_.preferences);
+    PendingImport pending;
+    for (const auto& entry : session_.mediaBin)
+        pending.sourcesBefore.insert(entry.id);
+    pending.request = app::ProjectPipeline::importMedia(session_, media, pipelineContext());
+    importing_ = std::move(pending);
+    track(importing_->request);
+}
+
+void StudioWindow::continueImport() {
+    if (!importing_ || !importing_->request->isFinished()) return;
+    const std::set<std::string> before = std::move(importing_->sourcesBefore);
+    importing_.reset();
+    // A failed import added nothing, and its reason is in the banner already.
+    for (const auto& entry : session_.mediaBin) {
+        if (before.contains(entry.id) || !entry.hasAudio) continue;
+        track(app::ProjectPipeline::transcribeMedia(session_, pipelineContext(), {.sourceID = entry.id}));
+        return;
+    }
 }
 
 void StudioWindow::openRecording(const std::filesystem::path& media,
@@ -422,8 +463,15 @@ void StudioWindow::chooseAndImport() {
     if (!chosen.isEmpty()) openFiles({chosen.toStdString()});
 }
 
+std::optional<std::string> StudioWindow::chooseTranscriptionLocale(const std::string& fileLabel,
+                                                                   const std::vector<std::string>& locales) {
+    TranscriptionLanguageDialog dialog(fileLabel, locales, services_.preferences, this);
+    if (dialog.exec() != QDialog::Accepted) return std::nullopt;
+    return dialog.chosenLocale();
+}
+
 void StudioWindow::newProject() {
-    if (isWorking()) return;
+    if (isWorking() || !settleUnsavedChanges("starting a new project")) return;
     player_.pause();
     session_.resetForNewProject("Untitled Project");
     session_.statusMessage = "Untitled Project — import media to begin.";
@@ -599,6 +647,9 @@ void StudioWindow::refreshNow() {
 void StudioWindow::refresh() {
     refreshPending_ = false;
     std::erase_if(requests_, [](const auto& r) { return r->isFinished(); });
+    // The language question is modal: asked from its own turn of the event loop, not from inside a refresh.
+    if (importing_ && importing_->request->isFinished())
+        QTimer::singleShot(0, this, [this] { continueImport(); });
     syncPreview();
     transcript_->sync(session_);
     timeline_->sync(session_);
@@ -611,6 +662,8 @@ void StudioWindow::syncPreview() {
     const bool loading = loading_ && !loading_->isFinished();
     const bool hasPicture = session_.hasProject() && session_.editPlan.has_value();
     center_->setCurrentWidget(hasPicture || loading ? static_cast<QWidget*>(monitor_) : welcome_);
+    if (center_->currentWidget() == welcome_)
+        static_cast<WelcomePage*>(welcome_)->setRecentProjects(recentProjects_.all());
     static_cast<WelcomePage*>(welcome_)->setMessage(qtext(session_.statusMessage));
     monitor_->canvas()->setPlaceholder(
         loading ? QStringLiteral("Opening…")
@@ -676,6 +729,10 @@ void StudioWindow::syncMenus() {
 
 void StudioWindow::closeEvent(QCloseEvent* event) {
     player_.pause();
+    if (!settleUnsavedChanges("closing")) {
+        event->ignore();
+        return;
+    }
     cancelWork();
     event->accept();
 }

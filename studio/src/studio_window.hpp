@@ -18,7 +18,10 @@
 #include <string>
 #include <vector>
 
+#include "morvane/app/export/export_settings.hpp"
 #include "morvane/app/pipeline/project_pipeline.hpp"
+#include "morvane/app/project/project_autosave_controller.hpp"
+#include "morvane/app/project/recent_projects_store.hpp"
 #include "morvane/app/session/project_session.hpp"
 #include "morvane/app/timeline/timeline_editor.hpp"
 #include "preview/preview_player.hpp"
@@ -61,7 +64,8 @@ class StudioWindow final : public QMainWindow, public app::UserInterfaceDelegate
     // What the user does, as the menus, buttons and drops do it.
 
     /// Brings dropped or chosen files in: a recording with a transcript file beside it ("talk.mp4" and
-    /// "talk.transcript.json") opens with that transcript.
+    /// "talk.transcript.json") opens with that transcript; any other file is imported into the project
+    /// and, when it has sound, transcribed in the language the user picks.
     void openFiles(const std::vector<std::filesystem::path>& files);
     /// Opens `media` with its transcript file.
     void openRecording(const std::filesystem::path& media, const std::filesystem::path& transcript);
@@ -84,6 +88,14 @@ class StudioWindow final : public QMainWindow, public app::UserInterfaceDelegate
     /// Joins the selected touching pieces of one recording into one clip.
     void joinSelection();
     void newProject();
+    /// Opens the project bundle at `bundle` once unsaved changes are settled.
+    void openProject(const std::filesystem::path& bundle);
+    /// Saves the project where it was saved last, asking where when it never was.
+    void saveProject();
+    /// Saves the project to `bundle` (".morvane" added when missing) and works on there from now on.
+    void saveProjectAs(const std::filesystem::path& bundle);
+    /// Exports the project's cut as `request` asks to `movie`, with progress in the status line.
+    void exportTo(const app::ExportRequest& request, const std::filesystem::path& movie);
     /// Stops what the window started and is still running.
     void cancelWork();
     /// Whether something the window started is still running.
@@ -91,6 +103,9 @@ class StudioWindow final : public QMainWindow, public app::UserInterfaceDelegate
 
     // UserInterfaceDelegate.
     void showAlert(const std::string& title, const std::string& text) override;
+    /// Asks with the language dialog, which remembers the answer as the user chooses.
+    std::optional<std::string> chooseTranscriptionLocale(const std::string& fileLabel,
+                                                         const std::vector<std::string>& locales) override;
 
     // The parts, for tests and the screenshot script.
     [[nodiscard]] app::ProjectSession& session() noexcept { return session_; }
@@ -126,6 +141,17 @@ class StudioWindow final : public QMainWindow, public app::UserInterfaceDelegate
     app::PipelineContext pipelineContext();
     void track(std::shared_ptr<app::PipelineRequest> request);
     void chooseAndImport();
+    void chooseAndOpen();
+    /// The export panel, then where to write the movie.
+    void chooseAndExport();
+    void chooseAndSaveAs();
+    /// Where to save the project, asked with a file dialog; none when the user cancels.
+    std::optional<std::filesystem::path> chooseBundle();
+    /// Asks whether to save unsaved changes before `action` ("closing"...), saving them when told to;
+    /// false when the user cancels or the save fails.
+    bool settleUnsavedChanges(const std::string& action);
+    /// Once the running import has finished, transcribes what it brought in.
+    void continueImport();
     void beginTrim(app::TrimDragMode mode);
     void moveTrim(const std::string& clipID, app::TrimEdge edge, double seconds);
     void endTrim();
@@ -141,6 +167,15 @@ class StudioWindow final : public QMainWindow, public app::UserInterfaceDelegate
     std::shared_ptr<Observer> observer_;
     std::vector<std::shared_ptr<app::PipelineRequest>> requests_;
     std::shared_ptr<RecordingLoad> loading_;
+    std::unique_ptr<intelligence::TranscriptionProvider> transcription_;
+    app::RecentProjectsStore recentProjects_;
+    app::ProjectAutosaveController autosave_;
+    // The import that a transcription follows, and the sources the bin held before it.
+    struct PendingImport {
+        std::shared_ptr<app::PipelineRequest> request;
+        std::set<std::string> sourcesBefore;
+    };
+    std::optional<PendingImport> importing_;
     bool refreshPending_ = false;
     std::string shownSeekToken_;
     std::optional<app::TrimDragMode> trimMode_;  // while an edge is dragged

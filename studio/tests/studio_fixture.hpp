@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QDialog>
 #include <QTest>
+#include <QTimer>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -33,6 +35,28 @@ inline bool waitUntil(const std::function<bool()>& done, double seconds = 30.0) 
         QTest::qWait(10);
     }
     return true;
+}
+
+/// Once a modal dialog of type `Dialog` shows, hands it to `answer`, once; stops looking when `owner` goes,
+/// so that a question never asked can't answer another test's.
+template <typename Dialog>
+void whenAsked(QObject* owner, std::function<void(Dialog&)> answer) {
+    auto* poll = new QTimer(owner);
+    QObject::connect(poll, &QTimer::timeout, [poll, answer = std::move(answer)] {
+        auto* dialog = dynamic_cast<Dialog*>(QApplication::activeModalWidget());
+        if (!dialog) return;
+        poll->stop();
+        poll->deleteLater();
+        answer(*dialog);
+    });
+    poll->start(20);
+}
+
+/// A 2 s movie of a steady tone at `path`.
+inline std::filesystem::path writeToneMovie(const std::filesystem::path& path) {
+    const auto wav = morvane::testing::writeWav(path.parent_path() / (path.stem().string() + ".wav"),
+                                                morvane::testing::tone(440.0, 0.3, 2.0, 48000), 1, 48000);
+    return morvane::testing::makeMovie(path, 2.0, wav);
 }
 
 struct SpokenWord {

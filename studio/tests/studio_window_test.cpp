@@ -282,6 +282,7 @@ TEST_F(StudioWindowMedia, theWindowKeepsRespondingWhileTheModelThinks) {
 
 TEST_F(StudioWindowMedia, errorsShowInTheBannerUntilDismissed) {
     window->openFiles({folder.path() / "missing.mp4"});
+    ASSERT_TRUE(waitUntil([&] { return !window->isWorking(); }));
     window->refreshNow();
     ASSERT_TRUE(window->errorBanner()->isVisible());
     const QString message = window->errorLabel()->text();

@@ -11,6 +11,7 @@
 #include <QScreen>
 #include <QStyleFactory>
 #include <QTest>
+#include <QTimer>
 #include <chrono>
 #include <clocale>
 #include <filesystem>
@@ -24,6 +25,7 @@
 #include "preview/preview_monitor.hpp"
 #include "studio_window.hpp"
 #include "transcript/transcript_view.hpp"
+#include "transcription_language_dialog.hpp"
 
 namespace {
 
@@ -86,6 +88,17 @@ int main(int argc, char** argv) {
         if (!QTest::qWaitForWindowActive(&window)) throw std::runtime_error("the window never became active");
         tour.screenshot("welcome");
 
+        // A recording without a transcript beside it is transcribed: answer the language question with
+        // the language it starts on, as a user pressing Return would.
+        QTimer answer;
+        QObject::connect(&answer, &QTimer::timeout, [&answer] {
+            if (auto* dialog =
+                    dynamic_cast<studio::TranscriptionLanguageDialog*>(QApplication::activeModalWidget())) {
+                answer.stop();
+                dialog->accept();
+            }
+        });
+        answer.start(20);
         window.openFiles({recording});
         const double toTranscript = tour.waitFor(
             "open and transcribe",
