@@ -32,6 +32,7 @@ void addRenderAudioVerb(CLI::App& app, RunState& state);
 void addShortsVerb(CLI::App& app, RunState& state);
 void addProbeVerb(CLI::App& app, RunState& state);
 void addProjectVerb(CLI::App& app, RunState& state);
+void addTimelineVerb(CLI::App& app, RunState& state);
 
 /// Writes `json` pretty-printed to stdout, with a final newline.
 void printJson(const Json& json);

@@ -29,6 +29,7 @@ int main(int argc, char** argv) {
     addShortsVerb(app, state);
     addProbeVerb(app, state);
     addProjectVerb(app, state);
+    addTimelineVerb(app, state);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {
