@@ -17,10 +17,16 @@ packages=(
   libcairo2-dev
   # speech, the local language model client and its test server
   libpocketsphinx-dev pocketsphinx-en-us libcurl4-openssl-dev libcpp-httplib-dev
+  # pocketsphinx's own command-line decoder: the baseline bench/transcription.sh measures against
+  pocketsphinx
   # synthetic speech and audio fixtures for tests and the bundled sample
   flite espeak-ng sox
   # the project type and the desktop entry, and their checks
   shared-mime-info desktop-file-utils
+  # the desktop window (Qt 6 Widgets and Multimedia); Xvfb for its screenshots
+  qt6-base-dev qt6-multimedia-dev qt6-qpa-plugins xvfb xauth
+  # a German locale built at test time, to check that numbers never follow the user's locale
+  locales
 )
 
 missing=()

@@ -29,8 +29,10 @@ void addSegmentVerb(CLI::App& app, RunState& state);
 void addClassifyVerb(CLI::App& app, RunState& state);
 void addFrameVerb(CLI::App& app, RunState& state);
 void addRenderAudioVerb(CLI::App& app, RunState& state);
+void addRenderVerb(CLI::App& app, RunState& state);
 void addShortsVerb(CLI::App& app, RunState& state);
 void addProbeVerb(CLI::App& app, RunState& state);
+void addTranscribeVerb(CLI::App& app, RunState& state);
 void addProjectVerb(CLI::App& app, RunState& state);
 void addTimelineVerb(CLI::App& app, RunState& state);
 

@@ -26,8 +26,10 @@ int main(int argc, char** argv) {
     addClassifyVerb(app, state);
     addFrameVerb(app, state);
     addRenderAudioVerb(app, state);
+    addRenderVerb(app, state);
     addShortsVerb(app, state);
     addProbeVerb(app, state);
+    addTranscribeVerb(app, state);
     addProjectVerb(app, state);
     addTimelineVerb(app, state);
     try {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +16,8 @@ namespace {
 
 constexpr int kBarWidth = 30;
 constexpr auto kShowAfter = std::chrono::milliseconds(500);
+constexpr double kEstimateAfterShare = 0.02;
+constexpr double kEstimateAfterSeconds = 3.0;
 
 bool progressWanted() {
     const char* mode = std::getenv("MORVANE_PROGRESS");
@@ -33,23 +36,37 @@ sigset_t interruptSignals() {
 
 }  // namespace
 
-ProgressBar::ProgressBar(std::string label)
-    : label_(std::move(label)), enabled_(progressWanted()), started_(std::chrono::steady_clock::now()) {}
+ProgressBar::ProgressBar(std::string label, ProgressStyle style)
+    : label_(std::move(label)),
+      style_(style),
+      enabled_(progressWanted()),
+      started_(std::chrono::steady_clock::now()) {}
 
 ProgressBar::~ProgressBar() {
     if (drawn_) std::fputs("\r\033[K", stderr);
 }
 
+std::string ProgressBar::timeLeft(double share) const {
+    // The rate so far, once there is enough of it to go by: a straight line to the end.
+    const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
+    if (!style_.timeLeft || share < kEstimateAfterShare || elapsed < kEstimateAfterSeconds) return {};
+    const auto seconds = static_cast<long>(std::lround(elapsed * (1.0 - share) / share));
+    return fmt::format("  {}:{:02d} left", seconds / 60, seconds % 60);
+}
+
 void ProgressBar::update(double share) {
     if (!enabled_) return;
     const int percent = std::clamp(static_cast<int>(share * 100.0), 0, 100);
-    if (percent == lastPercent_) return;
+    std::string left = timeLeft(share);
+    if (percent == lastPercent_ && left == lastTimeLeft_) return;
     if (!drawn_ && std::chrono::steady_clock::now() - started_ < kShowAfter) return;
     lastPercent_ = percent;
+    lastTimeLeft_ = std::move(left);
     drawn_ = true;
     const int filled = percent * kBarWidth / 100;
-    fmt::print(stderr, "\r{} [{}{}] {:3d}%", label_, std::string(static_cast<std::size_t>(filled), '#'),
-               std::string(static_cast<std::size_t>(kBarWidth - filled), ' '), percent);
+    fmt::print(stderr, "\r{} [{}{}] {:3d}%{}\033[K", label_,
+               std::string(static_cast<std::size_t>(filled), '#'),
+               std::string(static_cast<std::size_t>(kBarWidth - filled), ' '), percent, lastTimeLeft_);
     std::fflush(stderr);
 }
 

@@ -10,12 +10,17 @@
 
 namespace morvane::cli {
 
+/// What a bar shows besides the share done.
+struct ProgressStyle {
+    bool timeLeft = false;  ///< an estimate of the time left ("2:05 left"), for work that runs for minutes
+};
+
 /// A one-line bar on stderr ("silences [#########           ]  45%"). It appears only on a terminal (or
 /// with MORVANE_PROGRESS=always) and only once the work has run for half a second, so quick runs print
 /// nothing. The line is cleared when the bar is destroyed.
 class ProgressBar {
   public:
-    explicit ProgressBar(std::string label);
+    explicit ProgressBar(std::string label, ProgressStyle style = {});
     ~ProgressBar();
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
@@ -24,10 +29,14 @@ class ProgressBar {
     void update(double share);
 
   private:
+    [[nodiscard]] std::string timeLeft(double share) const;
+
     std::string label_;
+    ProgressStyle style_;
     bool enabled_;
     bool drawn_ = false;
     int lastPercent_ = -1;
+    std::string lastTimeLeft_;
     std::chrono::steady_clock::time_point started_;
 };
 
@@ -51,9 +60,9 @@ class InterruptStop {
 /// Runs `work(progress, stop)` with a bar labelled `label` and Ctrl-C as its stop, and returns its result
 /// once the bar is cleared from the terminal.
 template <class Work>
-auto withProgress(std::string label, Work&& work) {
+auto withProgress(std::string label, Work&& work, ProgressStyle style = {}) {
     const InterruptStop interrupt;
-    ProgressBar bar(std::move(label));
+    ProgressBar bar(std::move(label), style);
     return work([&bar](double share) { bar.update(share); }, interrupt.token());
 }
 

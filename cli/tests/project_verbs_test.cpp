@@ -168,5 +168,29 @@ TEST_F(MorvaneProjectVerbs, transcribingAnEmptyProjectOrAnUnknownSourceIsRefused
     EXPECT_EQ(result.exitCode, 2);
 }
 
+
+// pocketsphinx over flite speech: slow, hence a suite of its own labelled media.
+using MorvaneProjectVerbsMedia = MorvaneProjectVerbs;
+
+TEST_F(MorvaneProjectVerbsMedia, transcribeRecognisesTheSpeechAndKeepsItInTheBundle) {
+    const fs::path speech = testing::speak(dir.path() / "speech.wav",
+                                           "Today we look at the export settings. Then we render the movie.");
+    const fs::path movie = testing::makeMovie(dir.path() / "talk.mp4", 5.0, speech);
+    const fs::path bundle = dir.path() / "Talk.morvane";
+    ASSERT_EQ(runMorvane({"project", "new", bundle.string()}).exitCode, 0);
+    ASSERT_EQ(runMorvane({"project", "import", bundle.string(), movie.string()}).exitCode, 0);
+
+    const auto result = runMorvane({"project", "transcribe", bundle.string(), "--locale", "en-US"});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const Json project = info(bundle);
+    EXPECT_EQ(project["transcriptSourceID"], "src1");
+    EXPECT_GE(project["words"].get<int>(), 8) << result.out;
+    EXPECT_GE(project["segments"].get<int>(), 1);
+
+    // The words come back with the project, in the language asked for.
+    const Json document = parseJson(readWholeFile(bundle / "project.json"), "project.json");
+    EXPECT_NE(document.dump().find("\"en-US\""), std::string::npos);
+}
+
 }  // namespace
 }  // namespace morvane

@@ -27,6 +27,18 @@ TEST(Text, trimsWhitespaceAndPunctuationAtTheEndsOnly) {
     EXPECT_EQ(trimmingPunctuation("$5"), "$5");  // currency signs are symbols, not punctuation
 }
 
+TEST(Text, splitsAtRunsOfWhiteSpace) {
+    using Pieces = std::vector<std::string_view>;
+    EXPECT_EQ(splitAtWhitespace(" so,\tum\n  we "), (Pieces{"so,", "um", "we"}));
+    EXPECT_EQ(splitAtWhitespace("多\u3000語\u00a0x"), (Pieces{"多", "語", "x"}));  // wide and no-break spaces
+    EXPECT_EQ(splitAtWhitespace("a\xff"
+                                "b"),
+              Pieces{"a\xff"
+                     "b"});  // malformed bytes don't split
+    EXPECT_EQ(splitAtWhitespace(" \r\n "), Pieces{});
+    EXPECT_EQ(splitAtWhitespace(""), Pieces{});
+}
+
 TEST(Text, countsUserPerceivedCharacters) {
     EXPECT_EQ(characterCount("abc"), 3u);
     EXPECT_EQ(characterCount("e\u0301t\u00e9"), 3u);

@@ -126,6 +126,14 @@ std::filesystem::path encodeAudio(const std::filesystem::path& input, const std:
     return output;
 }
 
+std::filesystem::path speak(const std::filesystem::path& output, const std::string& text, double stretch) {
+    const ProcessResult result =
+        runProcess({"/usr/bin/flite", "-voice", "slt", "--setf",
+                    "duration_stretch=" + std::to_string(stretch), "-t", text, "-o", output.string()});
+    if (result.exitCode != 0) throw std::runtime_error("flite failed: " + result.err);
+    return output;
+}
+
 std::filesystem::path makeMovie(const std::filesystem::path& output, double seconds,
                                 const std::optional<std::filesystem::path>& audio) {
     const std::string duration = std::to_string(seconds);

@@ -82,14 +82,7 @@ std::string firstCharacters(const std::string& text, std::size_t count) {
     return std::string(intelligence::firstCharacters(text, count));
 }
 
-double programDurationSeconds(const ProjectSession& session) {
-    double end = 0.0;
-    for (const auto& clip : TimelinePlanBridge::primaryVideoClips(session)) {
-        end =
-            std::max(end, clip.timelineStart.seconds() + TimelinePlanBridge::programDuration(clip).seconds());
-    }
-    return end;
-}
+using TimelinePlanBridge::programDurationSeconds;
 
 // Whether a local model answers; the two ways it can't are told apart for the user.
 enum class ModelAvailability { available, unreachable, noModelLoaded };

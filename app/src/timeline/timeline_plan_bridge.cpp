@@ -99,6 +99,10 @@ RationalTime TimelinePlanBridge::programDuration(const TimelineClip& clip) {
     return ClipSpeed::programDuration(clip.sourceSpan(), clip.playbackRate);
 }
 
+double TimelinePlanBridge::programDurationSeconds(const ProjectSession& session) {
+    return programEndSeconds(primaryVideoClips(session));
+}
+
 double TimelinePlanBridge::timelineAxisDuration(const ProjectSession& session) {
     // The program's length: the end of the last primary clip or of anything laid over the program.
     double program = programEndSeconds(primaryVideoClips(session));

@@ -13,6 +13,7 @@
 #include "morvane/app/support/launch_log.hpp"
 #include "morvane/engine/support/files.hpp"
 #include "morvane/engine/support/preferences_store.hpp"
+#include "morvane/intelligence/transcription/speech_recognizer_transcription_provider.hpp"
 #include "session_run.hpp"
 
 namespace morvane::cli {
@@ -21,12 +22,6 @@ using namespace morvane::app;
 namespace fs = std::filesystem;
 
 namespace {
-
-// The speech recognizer `project transcribe` uses. None is built into Morvane yet, so the verb says so
-// through the pipeline's own message.
-std::unique_ptr<intelligence::TranscriptionProvider> makeTranscriptionProvider(const PreferencesStore&) {
-    return nullptr;
-}
 
 // Ends the verb with the session's error, if it has one.
 void reportError(const ProjectSession& session, RunState& state) {
@@ -186,7 +181,7 @@ void addProjectVerb(CLI::App& app, RunState& state) {
                                        "no source " + *transcribeOptions->source + " in this project");
         }
         const PreferencesStore preferences;
-        const auto provider = makeTranscriptionProvider(preferences);
+        const auto provider = intelligence::makeTranscriptionProvider(preferences);
         TerminalDelegate delegate;
         const std::size_t before = session.chatMessages.size();
         runRequest(session, "transcribe", [&](MainLoop& loop) {

@@ -1,19 +1,18 @@
 #include "ffmpeg/movie_writer.hpp"
 
-#include <fmt/core.h>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <random>
 #include <vector>
 
 #include "ffmpeg/ffmpeg_error.hpp"
 #include "ffmpeg/ffmpeg_ptr.hpp"
 #include "ffmpeg/media_input.hpp"
 #include "ffmpeg/mono_resampler.hpp"
+#include "ffmpeg/movie_output.hpp"
 #include "morvane/engine/engine_error.hpp"
+#include "morvane/engine/support/files.hpp"
 
 namespace morvane::engine::ffmpeg {
 namespace {
@@ -139,15 +138,8 @@ class EncodeTrack : public Track {
 
     // Encodes `frame` (nullptr: the end) and writes what comes out.
     void encode(const AVFrame* frame) {
-        check(avcodec_send_frame(encoder_.get(), frame), "Could not encode");
-        for (;;) {
-            const int rc = avcodec_receive_packet(encoder_.get(), packet_.get());
-            if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return;
-            check(rc, "Could not encode");
-            const PacketUnref unref(packet_.get());
-            av_packet_rescale_ts(packet_.get(), encoder_->time_base, out_->time_base);
-            write(packet_.get());
-        }
+        encodeFrame(
+            *encoder_, frame, *packet_, *out_, [this](AVPacket& p) { write(&p); }, "Could not encode");
     }
 
     // Feeds the next packet (or the end) to the decoder; false once the decoder has been told the end.
@@ -455,26 +447,19 @@ double durationOf(const std::filesystem::path& path, const std::stop_token& stop
     return durationSeconds(*openInput(path, &stop));
 }
 
-std::filesystem::path temporaryBeside(const std::filesystem::path& to) {
-    std::random_device entropy;
-    const auto name = fmt::format("morvane-{:08x}.partial.mp4", entropy());
-    return to.has_parent_path() ? to.parent_path() / name : std::filesystem::path(name);
-}
-
 void write(const MovieRequest& request, const std::filesystem::path& file, const ProgressCallback& progress,
            const std::stop_token& stop) {
-    AVFormatContext* raw = nullptr;
-    check(avformat_alloc_output_context2(&raw, nullptr, "mp4", file.c_str()), "Could not create the movie");
-    OutputFormatPtr output(raw);
+    MovieMuxer muxer(file, ExportFileType::mpeg4);
+    AVFormatContext& output = muxer.context();
 
     std::vector<std::unique_ptr<Track>> tracks;
     double total = 0.0;
     if (request.videoFrom) {
         const auto& path = *request.videoFrom;
-        if (request.videoRanges.empty() && mp4Holds(*output, path, AVMEDIA_TYPE_VIDEO, stop)) {
-            tracks.push_back(std::make_unique<CopyTrack>(path, AVMEDIA_TYPE_VIDEO, *output, stop));
+        if (request.videoRanges.empty() && mp4Holds(output, path, AVMEDIA_TYPE_VIDEO, stop)) {
+            tracks.push_back(std::make_unique<CopyTrack>(path, AVMEDIA_TYPE_VIDEO, output, stop));
         } else {
-            tracks.push_back(std::make_unique<VideoEncodeTrack>(path, request.videoRanges, *output, stop));
+            tracks.push_back(std::make_unique<VideoEncodeTrack>(path, request.videoRanges, output, stop));
         }
         if (request.videoRanges.empty()) {
             total = durationOf(path, stop);
@@ -485,22 +470,16 @@ void write(const MovieRequest& request, const std::filesystem::path& file, const
     }
     if (request.audioFrom) {
         const auto& path = *request.audioFrom;
-        if (mp4Holds(*output, path, AVMEDIA_TYPE_AUDIO, stop)) {
-            tracks.push_back(std::make_unique<CopyTrack>(path, AVMEDIA_TYPE_AUDIO, *output, stop));
+        if (mp4Holds(output, path, AVMEDIA_TYPE_AUDIO, stop)) {
+            tracks.push_back(std::make_unique<CopyTrack>(path, AVMEDIA_TYPE_AUDIO, output, stop));
         } else {
-            tracks.push_back(std::make_unique<AudioEncodeTrack>(path, *output, stop));
+            tracks.push_back(std::make_unique<AudioEncodeTrack>(path, output, stop));
         }
         if (!request.videoFrom) total = durationOf(path, stop);
     }
     if (tracks.empty()) throw EngineError::exportFailed("No compatible export preset.");
 
-    check(avio_open(&output->pb, file.c_str(), AVIO_FLAG_WRITE), "Could not create the movie");
-    AVDictionary* options = nullptr;
-    // The index at the front: the movie plays before it has fully loaded.
-    av_dict_set(&options, "movflags", "+faststart", 0);
-    const int header = avformat_write_header(output.get(), &options);
-    av_dict_free(&options);
-    check(header, "Could not write the movie");
+    muxer.open();
 
     // Always advance the track that is furthest behind, so the muxer interleaves without hoarding packets.
     std::vector<Track*> active;
@@ -527,7 +506,7 @@ void write(const MovieRequest& request, const std::filesystem::path& file, const
             }
         }
     }
-    check(av_write_trailer(output.get()), "Could not finish the movie");
+    muxer.finish();
     if (progress) progress(1.0);
 }
 
@@ -535,7 +514,7 @@ void write(const MovieRequest& request, const std::filesystem::path& file, const
 
 void writeMovie(const MovieRequest& request, const std::filesystem::path& to,
                 const ProgressCallback& progress, std::stop_token stop) {
-    const auto partial = temporaryBeside(to);
+    const auto partial = partialFileBeside(to);
     try {
         write(request, partial, progress, stop);
         std::filesystem::rename(partial, to);

@@ -19,6 +19,17 @@ int matrixOf(const AVFrame& frame) {
     return frame.height >= 720 ? SWS_CS_ITU709 : SWS_CS_ITU601;
 }
 
+bool isFullRange(const AVFrame& frame) {
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    return frame.color_range == AVCOL_RANGE_JPEG || format == AV_PIX_FMT_YUVJ420P ||
+           format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;
+}
+
+bool isRGB(AVPixelFormat format) {
+    const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
+    return descriptor != nullptr && (descriptor->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+}
+
 }  // namespace
 
 void PictureConverter::toRGBA(const AVFrame& frame, PixelSize size, RGBAImage& out) {
@@ -31,12 +42,9 @@ void PictureConverter::toRGBA(const AVFrame& frame, PixelSize size, RGBAImage& o
                                                     av_get_pix_fmt_name(format), frame.width, frame.height));
     }
     const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
-    const bool isRGB = descriptor != nullptr && (descriptor->flags & AV_PIX_FMT_FLAG_RGB) != 0;
-    if (!isRGB) {
-        const bool fullRange = frame.color_range == AVCOL_RANGE_JPEG || format == AV_PIX_FMT_YUVJ420P ||
-                               format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;
+    if (!isRGB(format)) {
         const int* coefficients = sws_getCoefficients(matrixOf(frame));
-        sws_setColorspaceDetails(scaler_.get(), coefficients, fullRange ? 1 : 0,
+        sws_setColorspaceDetails(scaler_.get(), coefficients, isFullRange(frame) ? 1 : 0,
                                  sws_getCoefficients(SWS_CS_ITU709), 1, 0, 1 << 16, 1 << 16);
     }
     out.width = size.width;
@@ -54,6 +62,39 @@ void PictureConverter::toRGBA(const AVFrame& frame, PixelSize size, RGBAImage& o
                 out.pixels[i + k] = static_cast<std::uint8_t>((out.pixels[i + k] * alpha + 127) / 255);
         }
     }
+}
+
+bool PictureConverter::isEncodable(const AVFrame& frame, AVPixelFormat format, PixelSize size) noexcept {
+    return frame.format == format && frame.width == size.width && frame.height == size.height &&
+           matrixOf(frame) == SWS_CS_ITU709 && !isFullRange(frame);
+}
+
+void PictureConverter::toVideo(const AVFrame& frame, AVFrame& out) {
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    videoScaler_.reset(sws_getCachedContext(videoScaler_.release(), frame.width, frame.height, format,
+                                            out.width, out.height, static_cast<AVPixelFormat>(out.format),
+                                            SWS_BICUBIC, nullptr, nullptr, nullptr));
+    if (!videoScaler_) {
+        throw EngineError::exportFailed(fmt::format("Cannot convert {} pictures of {}x{} for the encoder",
+                                                    av_get_pix_fmt_name(format), frame.width, frame.height));
+    }
+    // Composited pictures hold the project's (BT.709) values; sources say what they hold.
+    const bool rgb = isRGB(format);
+    sws_setColorspaceDetails(videoScaler_.get(), sws_getCoefficients(rgb ? SWS_CS_ITU709 : matrixOf(frame)),
+                             rgb || isFullRange(frame) ? 1 : 0, sws_getCoefficients(SWS_CS_ITU709), 0, 0,
+                             1 << 16, 1 << 16);
+    sws_scale(videoScaler_.get(), frame.data, frame.linesize, 0, frame.height, out.data, out.linesize);
+}
+
+void PictureConverter::toVideo(const RGBAImage& image, AVFrame& out) {
+    FramePtr view = makeFrame();
+    // Premultiplied colour is the picture laid over black; the fourth byte is then only padding.
+    view->format = AV_PIX_FMT_RGB0;
+    view->width = image.width;
+    view->height = image.height;
+    view->data[0] = const_cast<std::uint8_t*>(image.pixels.data());
+    view->linesize[0] = image.width * 4;
+    toVideo(*view, out);
 }
 
 }  // namespace morvane::engine::ffmpeg

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -115,6 +116,16 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view con
         ::fsync(dir);
         ::close(dir);
     }
+}
+
+std::filesystem::path partialFileBeside(const std::filesystem::path& path) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    std::random_device entropy;
+    std::string name = "morvane-";
+    for (std::uint32_t bits = entropy(), i = 0; i < 8; ++i, bits >>= 4)
+        name += kHex[bits & 0xF];
+    name += ".partial" + path.extension().string();
+    return path.has_parent_path() ? path.parent_path() / name : std::filesystem::path(name);
 }
 
 std::string readWholeFile(const std::filesystem::path& path) {

@@ -68,4 +68,21 @@ std::string_view trimWhitespaceAndNewlines(std::string_view text) noexcept {
     return text.substr(begin, end - begin);
 }
 
+std::vector<std::string_view> splitAtWhitespace(std::string_view text) {
+    std::vector<std::string_view> pieces;
+    std::size_t pieceStart = 0;
+    std::size_t at = 0;
+    while (at < text.size()) {
+        std::size_t length = 1;
+        const char32_t c = decodeAt(text, at, length);
+        if (c != kInvalid && isWhitespaceOrNewline(c)) {
+            if (at > pieceStart) pieces.push_back(text.substr(pieceStart, at - pieceStart));
+            pieceStart = at + length;
+        }
+        at += length;
+    }
+    if (text.size() > pieceStart) pieces.push_back(text.substr(pieceStart));
+    return pieces;
+}
+
 }  // namespace morvane

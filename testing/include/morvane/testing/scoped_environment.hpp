@@ -1,6 +1,7 @@
 #pragma once
 
-#include <cstdlib>
+#include <stdlib.h>
+
 #include <optional>
 #include <string>
 #include <utility>
@@ -8,13 +9,13 @@
 
 namespace morvane::testing {
 
-/// Sets environment variables for one scope and puts back what was there. Programs the test starts inherit
-/// them.
+/// Sets environment variables for one scope and puts back what was there.
+///
+///     ScopedEnvironment env;
+///     env.set("XDG_CONFIG_HOME", dir.path().c_str());   // nullptr unsets
 class ScopedEnvironment {
   public:
     ScopedEnvironment() = default;
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
     ~ScopedEnvironment() {
         for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) {
             if (it->second) {
@@ -24,7 +25,9 @@ class ScopedEnvironment {
             }
         }
     }
-    /// Sets `name` to `value`, or removes it when `value` is null.
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
     void set(const std::string& name, const char* value) {
         const char* old = std::getenv(name.c_str());
         saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);

@@ -53,6 +53,11 @@ void runFfmpeg(const std::vector<std::string>& args);
 std::filesystem::path encodeAudio(const std::filesystem::path& input, const std::filesystem::path& output,
                                   const std::vector<std::string>& codecArgs = {});
 
+/// `text` spoken by flite's "slt" voice as a 16 kHz mono WAV at `output`, `stretch` times slower than its
+/// natural pace (a drawn-out "uh" is "uh" at 2). Returns `output`.
+std::filesystem::path speak(const std::filesystem::path& output, const std::string& text,
+                            double stretch = 1.0);
+
 /// A movie of `seconds` with a low-motion 320x240 test picture at 25 fps, and the audio of `audio`
 /// when given (AAC in MP4 and MOV, Opus in WebM, the default codec otherwise). Returns `output`.
 std::filesystem::path makeMovie(const std::filesystem::path& output, double seconds,

@@ -31,6 +31,8 @@ namespace TimelinePlanBridge {
 [[nodiscard]] bool storylineUsesProgramAxis(const ProjectSession& session);
 /// The length of the timeline's axis in seconds.
 [[nodiscard]] double timelineAxisDuration(const ProjectSession& session);
+/// The program's length in seconds: the end of the last clip that supplies the main picture; 0 without one.
+[[nodiscard]] double programDurationSeconds(const ProjectSession& session);
 /// The clips that supply the main picture: a rough cut under review, else the storyline.
 [[nodiscard]] std::vector<TimelineClip> primaryVideoClips(const ProjectSession& session);
 /// The clips in source order, laid end to end from zero at their speeds.

@@ -61,6 +61,10 @@ class SilenceScanner {
     /// The next samples of the track, in order.
     void process(std::span<const float> samples);
 
+    /// The spans closed so far, in time order: those whose silence has ended. A caller that streams can
+    /// act on each pause as soon as speech resumes.
+    [[nodiscard]] const std::vector<SilenceSpan>& closedSpans() const noexcept { return spans_; }
+
     /// Ends the track (its last window may be short) and returns the spans in time order.
     [[nodiscard]] std::vector<SilenceSpan> finish();
 

@@ -17,6 +17,10 @@ namespace morvane {
 /// Creates the folder if needed. Throws `std::filesystem::filesystem_error` with the OS's reason.
 void writeFileAtomically(const std::filesystem::path& path, std::string_view contents);
 
+/// A fresh name beside `path` for a file written in full before it takes `path`'s place:
+/// "morvane-<8 hexadecimal digits>.partial" followed by `path`'s extension, in `path`'s folder.
+[[nodiscard]] std::filesystem::path partialFileBeside(const std::filesystem::path& path);
+
 /// The whole of a file. Throws `EngineError::missingFile` when it doesn't exist or isn't a regular file,
 /// and `std::filesystem::filesystem_error` when it can't be read.
 [[nodiscard]] std::string readWholeFile(const std::filesystem::path& path);

@@ -3,6 +3,7 @@
 /// Locale-free text helpers that the engine needs without a Unicode library. Strings are UTF-8.
 
 #include <string_view>
+#include <vector>
 
 namespace morvane {
 
@@ -12,5 +13,9 @@ namespace morvane {
 
 /// `text` without white space and newlines at either end. Malformed UTF-8 is never trimmed.
 [[nodiscard]] std::string_view trimWhitespaceAndNewlines(std::string_view text) noexcept;
+
+/// The pieces of `text` between runs of white space and newlines, in order, none of them empty. Malformed
+/// UTF-8 is never a separator.
+[[nodiscard]] std::vector<std::string_view> splitAtWhitespace(std::string_view text);
 
 }  // namespace morvane

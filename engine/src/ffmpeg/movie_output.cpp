@@ -1,0 +1,122 @@
+#include "ffmpeg/movie_output.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "ffmpeg/ffmpeg_error.hpp"
+
+namespace morvane::engine::ffmpeg {
+namespace {
+
+constexpr std::int64_t kAacBitRate = 192000;
+constexpr int kPcmFrameSamples = 1024;
+
+void check(int code, std::string_view what) {
+    if (code < 0) throw exportError(what, code);
+}
+
+}  // namespace
+
+MovieMuxer::MovieMuxer(const std::filesystem::path& file, ExportFileType type) : file_(file) {
+    AVFormatContext* raw = nullptr;
+    const char* format = type == ExportFileType::quickTimeMovie ? "mov" : "mp4";
+    check(avformat_alloc_output_context2(&raw, nullptr, format, file.c_str()), "Could not create the movie");
+    output_.reset(raw);
+}
+
+AVStream& MovieMuxer::addStream() {
+    AVStream* stream = avformat_new_stream(output_.get(), nullptr);
+    if (stream == nullptr) throw std::bad_alloc();
+    return *stream;
+}
+
+void MovieMuxer::open() {
+    check(avio_open(&output_->pb, file_.c_str(), AVIO_FLAG_WRITE), "Could not create the movie");
+    AVDictionary* options = nullptr;
+    // The index at the front: the movie plays before it has fully loaded.
+    av_dict_set(&options, "movflags", "+faststart", 0);
+    const int header = avformat_write_header(output_.get(), &options);
+    av_dict_free(&options);
+    check(header, "Could not write the movie");
+}
+
+void MovieMuxer::write(AVPacket& packet, const AVStream& stream) {
+    packet.stream_index = stream.index;
+    packet.pos = -1;
+    check(av_interleaved_write_frame(output_.get(), &packet), "Could not write the movie");
+}
+
+void MovieMuxer::finish() {
+    check(av_write_trailer(output_.get()), "Could not finish the movie");
+    // Closing flushes the last buffered bytes: a full disk may only show here.
+    check(avio_closep(&output_->pb), "Could not finish the movie");
+}
+
+AudioTrackEncoder::AudioTrackEncoder(MovieMuxer& muxer, ProgramAudio audio, bool pcm)
+    : muxer_(muxer), audio_(audio), frame_(makeFrame()), packet_(makePacket()) {
+    const AVCodec* codec = avcodec_find_encoder(pcm ? AV_CODEC_ID_PCM_S16LE : AV_CODEC_ID_AAC);
+    if (codec == nullptr) throw exportError("No audio encoder", AVERROR_ENCODER_NOT_FOUND);
+    encoder_.reset(avcodec_alloc_context3(codec));
+    if (!encoder_) throw std::bad_alloc();
+    encoder_->sample_fmt = pcm ? AV_SAMPLE_FMT_S16 : AV_SAMPLE_FMT_FLTP;
+    encoder_->sample_rate = audio.sampleRate;
+    av_channel_layout_default(&encoder_->ch_layout, 1);
+    if (!pcm) encoder_->bit_rate = kAacBitRate;
+    encoder_->time_base = {1, audio.sampleRate};
+    if ((muxer.context().oformat->flags & AVFMT_GLOBALHEADER) != 0)
+        encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    check(avcodec_open2(encoder_.get(), codec, nullptr), "Could not open the audio encoder");
+    stream_ = &muxer.addStream();
+    check(avcodec_parameters_from_context(stream_->codecpar, encoder_.get()),
+          "Could not open the audio encoder");
+    stream_->time_base = encoder_->time_base;
+}
+
+void encodeFrame(AVCodecContext& encoder, const AVFrame* frame, AVPacket& packet, const AVStream& stream,
+                 const std::function<void(AVPacket&)>& write, std::string_view failure) {
+    check(avcodec_send_frame(&encoder, frame), failure);
+    for (;;) {
+        const int rc = avcodec_receive_packet(&encoder, &packet);
+        if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return;
+        check(rc, failure);
+        const PacketUnref unref(&packet);
+        av_packet_rescale_ts(&packet, encoder.time_base, stream.time_base);
+        write(packet);
+    }
+}
+
+void AudioTrackEncoder::encodeUntil(double seconds) {
+    const int chunk = encoder_->frame_size > 0 ? encoder_->frame_size : kPcmFrameSamples;
+    const auto target = std::min<std::size_t>(
+        static_cast<std::size_t>(std::max<long long>(std::llround(seconds * audio_.sampleRate), 0)),
+        audio_.samples.size());
+    while (next_ < target) {
+        const auto count = static_cast<int>(std::min<std::size_t>(chunk, audio_.samples.size() - next_));
+        // Only the very last frame may be short.
+        if (count < chunk && target < audio_.samples.size()) return;
+        av_frame_unref(frame_.get());
+        frame_->format = encoder_->sample_fmt;
+        frame_->sample_rate = encoder_->sample_rate;
+        check(av_channel_layout_copy(&frame_->ch_layout, &encoder_->ch_layout), "Could not encode the sound");
+        frame_->nb_samples = count;
+        check(av_frame_get_buffer(frame_.get(), 0), "Could not encode the sound");
+        const float* in = audio_.samples.data() + next_;
+        if (encoder_->sample_fmt == AV_SAMPLE_FMT_S16) {
+            auto* out = reinterpret_cast<std::int16_t*>(frame_->data[0]);
+            for (int i = 0; i < count; ++i)
+                out[i] = static_cast<std::int16_t>(std::lround(std::clamp(in[i], -1.0f, 1.0f) * 32767.0f));
+        } else {
+            std::copy(in, in + count, reinterpret_cast<float*>(frame_->data[0]));
+        }
+        frame_->pts = static_cast<std::int64_t>(next_);
+        next_ += static_cast<std::size_t>(count);
+        send(frame_.get());
+    }
+}
+
+void AudioTrackEncoder::finish() {
+    encodeUntil(static_cast<double>(audio_.samples.size()) / audio_.sampleRate + 1.0);
+    send(nullptr);
+}
+
+}  // namespace morvane::engine::ffmpeg
