@@ -35,6 +35,7 @@ void addProbeVerb(CLI::App& app, RunState& state);
 void addTranscribeVerb(CLI::App& app, RunState& state);
 void addProjectVerb(CLI::App& app, RunState& state);
 void addTimelineVerb(CLI::App& app, RunState& state);
+void addEditVerb(CLI::App& app, RunState& state);
 
 /// Writes `json` pretty-printed to stdout, with a final newline.
 void printJson(const Json& json);

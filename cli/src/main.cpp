@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
     addTranscribeVerb(app, state);
     addProjectVerb(app, state);
     addTimelineVerb(app, state);
+    addEditVerb(app, state);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {
