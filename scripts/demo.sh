@@ -5,4 +5,4 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
 
 bash scripts/build.sh
-exec build/bin/morvane demo "$@"
+exec build/bin/morvane demo --output "${MORVANE_DEMO_DIR:-build/demo}" "$@"

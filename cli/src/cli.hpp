@@ -34,6 +34,8 @@ void addShortsVerb(CLI::App& app, RunState& state);
 void addProbeVerb(CLI::App& app, RunState& state);
 void addTranscribeVerb(CLI::App& app, RunState& state);
 void addProjectVerb(CLI::App& app, RunState& state);
+void addTimelineVerb(CLI::App& app, RunState& state);
+void addEditVerb(CLI::App& app, RunState& state);
 
 /// Writes `json` pretty-printed to stdout, with a final newline.
 void printJson(const Json& json);

@@ -31,6 +31,8 @@ int main(int argc, char** argv) {
     addProbeVerb(app, state);
     addTranscribeVerb(app, state);
     addProjectVerb(app, state);
+    addTimelineVerb(app, state);
+    addEditVerb(app, state);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {

@@ -135,14 +135,5 @@ TEST(MorvaneCli, modelStatusReportsTheServerOrWhyNoneAnswers) {
     EXPECT_NE(result.out.find("Status:   not available. Nothing answers at " + dead), std::string::npos) << result.out;
 }
 
-TEST(MorvaneCli, demoRunsOnTheBundledSample) {
-    const auto result = runMorvane({"demo"});
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_NE(result.out.find("Transcript of the sample: 82 words"), std::string::npos) << result.out;
-    EXPECT_NE(result.out.find("retakesOnly (Retakes only); answered by Retake detector (rule)"),
-              std::string::npos)
-        << result.out;
-}
-
 }  // namespace
 }  // namespace morvane

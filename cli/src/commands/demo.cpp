@@ -1,54 +1,43 @@
-// morvane demo: the main job on the bundled sample, as far as Morvane can take it today: load the
-// sample's transcript, show the assistant's first commands, and route a few typed instructions.
+// morvane demo [-o DIR]: the main job on the bundled sample. Its recording is transcribed, cleaned up
+// (fillers, false starts, retakes and long pauses out) and exported with its captions into DIR, and the
+// work is kept there as a project.
 
 #include <fmt/core.h>
 
-#include <nlohmann/json.hpp>
+#include <filesystem>
 
 #include "cli.hpp"
-#include "morvane/engine/support/files.hpp"
-#include "morvane/intelligence/models/transcript.hpp"
-#include "resolution.hpp"
+#include "edit_job.hpp"
 
 namespace morvane::cli {
 
-using namespace morvane::intelligence;
+namespace fs = std::filesystem;
 
 void addDemoVerb(CLI::App& app, RunState& /*state*/) {
-    auto* verb = app.add_subcommand("demo", "Run the main job on the bundled sample");
-    verb->callback([] {
-        const auto path = samplesDir() / "talk.transcript.json";
-        const Json json = parseJson(readWholeFile(path), path.filename().string());
-        const auto transcript = JsonReader(json, path.filename().string()).get<TranscriptDocument>();
+    auto folder = std::make_shared<std::string>("morvane-demo");
+    auto* verb =
+        app.add_subcommand("demo", "Run the main job on the bundled sample: transcribe, clean up, export");
+    verb->add_option("-o,--output", *folder, "The folder for the cut, its captions and the project")
+        ->capture_default_str();
+    verb->callback([folder] {
+        const fs::path sample = samplesDir() / "talk.mp4";
+        std::error_code error;
+        if (!fs::is_regular_file(sample, error))
+            throw std::runtime_error(
+                fmt::format("the bundled sample {} is missing: the build makes it (bash scripts/build.sh)",
+                            sample.string()));
+        const fs::path out = fs::absolute(*folder);
+        fs::create_directories(out);
+        // A project left by an earlier demo run is this verb's own output: start it afresh.
+        fs::remove_all(out / "Talk.morvane");
 
-        fmt::print("Morvane: drop a file, pick a cut, export.\n\n");
-        fmt::print("Transcript of the sample: {} words over {:.1f} s ({}), {} filler words noticed\n",
-                   transcript.words.size(), transcript.durationSeconds, transcript.locale,
-                   transcript.disfluencyHits.size());
-        if (!transcript.words.empty()) {
-            const auto& last = transcript.words.back();
-            fmt::print("  last word \"{}\" from {} to {}\n", last.text, last.start.formatted(),
-                       last.end.formatted());
-        }
-
-        fmt::print("\nPick a cut:\n");
-        for (const auto& c : AssistantCommandCatalog::primary()) {
-            fmt::print("  {:<15} {}\n", c.title, c.subtitle);
-        }
-
-        fmt::print("\nTyped instructions:\n");
-        const char* instructions[] = {
-            "  Remove retakes and keep the best take.  ",
-            "silence",
-            "remove the ums",
-            "make a 90s teaser with a strong hook",
-            "Keep only the parts about licensing",
-            "Key out a green or blue screen",
-        };
-        for (const char* instruction : instructions) {
-            fmt::print("  \"{}\"\n    -> {}\n", instruction,
-                       resolutionLine(resolveInstruction(instruction, &transcript)));
-        }
+        fmt::print("Morvane: drop a file, pick a cut, export.\n");
+        fmt::print("Sample:      {}\n\n", sample.string());
+        runMainJob({.media = sample.string(),
+                    .command = "cleanUp",
+                    .output = (out / "talk-cut.mp4").string(),
+                    .project = (out / "Talk.morvane").string()},
+                   intelligence::AssistantCommandID::cleanUp);
     });
 }
 

@@ -1,5 +1,7 @@
 #include "morvane/engine/text/text_clip_style.hpp"
 
+#include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 namespace morvane::engine {
@@ -38,6 +40,17 @@ TextClipStyle TextClipStyle::forPreset(TextStylePreset preset) {
             break;
     }
     return s;
+}
+
+TextClipStyle TextClipStyle::scaled(double factor) const {
+    TextClipStyle style = *this;
+    style.fontSize = std::max(std::round(fontSize * factor), 1.0);
+    style.margin = std::max(std::round(margin * factor), 0.0);
+    style.strokeWidth = std::max(strokeWidth * factor, 0.0);
+    style.shadowOffsetX = shadowOffsetX * factor;
+    style.shadowOffsetY = shadowOffsetY * factor;
+    style.shadowBlur = shadowBlur * factor;
+    return style;
 }
 
 TextClipStyle TextClipStyle::applyingPreset(TextStylePreset newPreset) const {

@@ -57,6 +57,9 @@ struct TextClipStyle {
     [[nodiscard]] static TextClipStyle forPreset(TextStylePreset preset);
     /// The style with every value of `preset` applied, the font name kept.
     [[nodiscard]] TextClipStyle applyingPreset(TextStylePreset preset) const;
+    /// The style at `factor` of its size, for another canvas: font size (at least 1) and margin (at least
+    /// 0) rounded, stroke width (at least 0) and shadow offsets and blur multiplied.
+    [[nodiscard]] TextClipStyle scaled(double factor) const;
     /// Whether the background box is drawn.
     [[nodiscard]] bool hasBackground() const noexcept {
         return backgroundRed && backgroundGreen && backgroundBlue && backgroundAlpha;
