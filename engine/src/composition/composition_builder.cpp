@@ -4,11 +4,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <numbers>
-#include <set>
 
 #include "ffmpeg/source_tracks.hpp"
 #include "morvane/engine/audio/audio_mix_builder.hpp"
@@ -165,15 +163,6 @@ const EditPlanSource& requiredSource(const ProgramClip& clip,
     if (it == sourcesByID.end())
         throw EngineError::decodeFailed("Clip references missing source " + clip.sourceID);
     return *it->second;
-}
-
-bool isImageFile(const std::string& path) {
-    std::string extension = std::filesystem::path(path).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    static const std::set<std::string> images{".png", ".jpg",  ".jpeg", ".heic", ".heif",
-                                              ".tif", ".tiff", ".bmp",  ".webp", ".gif"};
-    return images.contains(extension);
 }
 
 std::vector<ProgramClip> overlayVideoClips(std::span<const ProgramClip> clips,
