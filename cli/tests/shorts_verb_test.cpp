@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "morvane/engine/plan/edit_plan_coding.hpp"
@@ -13,6 +14,8 @@
 
 namespace morvane {
 namespace {
+
+namespace fs = std::filesystem;
 
 using testing::runMorvane;
 
@@ -55,6 +58,51 @@ TEST(MorvaneShorts, refusesBadRequests) {
     const auto missing = runMorvane({"shorts", "--transcript", "/nonexistent/talk.json"});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_NE(missing.err.find("/nonexistent/talk.json"), std::string::npos) << missing.err;
+}
+
+TEST(MorvaneShortsMedia, exportsTheChosenPassageAloneOnTheVerticalCanvas) {
+    const testing::TempDir dir;
+    const std::string sample = (testing::sourceDir() / "samples" / "talk.mp4").string();
+    const auto listed = runMorvane({"shorts", sample, "--transcript", sampleTranscript(), "--json"});
+    ASSERT_EQ(listed.exitCode, 0) << listed.err;
+    const Json candidates = parseJson(listed.out, "stdout")["candidates"];
+    ASSERT_GE(candidates.size(), 2u);
+
+    const auto movie = dir.path() / "short.mp4";
+    const auto exported = runMorvane({"shorts", sample, "--transcript", sampleTranscript(), "--export", "2", "-o",
+                                      movie.string()});
+    ASSERT_EQ(exported.exitCode, 0) << exported.err;
+    EXPECT_NE(exported.out.find(candidates[1]["title"].get<std::string>()), std::string::npos) << exported.out;
+    const auto probe = testing::runProcess({"/usr/bin/ffprobe", "-v", "error", "-show_entries",
+                                            "stream=codec_type,width,height:format=duration", "-of", "json",
+                                            movie.string()});
+    ASSERT_EQ(probe.exitCode, 0) << probe.err;
+    const Json report = parseJson(probe.out, "ffprobe");
+    bool sound = false;
+    for (const auto& stream : report["streams"]) {
+        if (stream["codec_type"] == "video") {
+            EXPECT_EQ(stream["width"], 1080);
+            EXPECT_EQ(stream["height"], 1920);
+        }
+        sound = sound || stream["codec_type"] == "audio";
+    }
+    EXPECT_TRUE(sound);
+    // The passage, not the talk: as long as the second candidate, within a frame or two.
+    EXPECT_NEAR(std::stod(report["format"]["duration"].get<std::string>()),
+                candidates[1]["durationSeconds"].get<double>(), 0.1);
+
+    const auto beyond = runMorvane(
+        {"shorts", sample, "--transcript", sampleTranscript(), "--export", "9", "-o", movie.string()});
+    EXPECT_EQ(beyond.exitCode, 2);
+    EXPECT_NE(beyond.err.find("only"), std::string::npos) << beyond.err;
+    EXPECT_EQ(runMorvane({"shorts", sample, "--transcript", sampleTranscript(), "--export", "1"}).exitCode, 2);
+    EXPECT_EQ(runMorvane({"shorts", "--transcript", sampleTranscript(), "--export", "1", "-o", movie.string()})
+                  .exitCode,
+              2);
+    const auto over =
+        runMorvane({"shorts", sample, "--transcript", sampleTranscript(), "--export", "1", "-o", sample});
+    EXPECT_EQ(over.exitCode, 2);
+    EXPECT_TRUE(fs::exists(sample));
 }
 
 TEST(MorvaneCutMedia, theShortCutPacksToTheTargetGiven) {

@@ -66,6 +66,48 @@ engine::RenderReport render(const RenderJob& job, const ProgressCallback& progre
     return report;
 }
 
+// The recording's words within the passage, as spans of the short's own time.
+std::vector<engine::TimeSpan> speechWithin(const ProjectSession& session, RationalTime start, RationalTime end) {
+    std::vector<engine::TimeSpan> spans;
+    if (!session.transcript) return spans;
+    const auto& words = session.transcript->words;
+    auto word = std::partition_point(words.begin(), words.end(),
+                                     [&](const auto& w) { return w.end <= start; });
+    for (; word != words.end() && word->start < end; ++word) {
+        const RationalTime from = word->start < start ? start : word->start;
+        const RationalTime to = word->end > end ? end : word->end;
+        spans.push_back({from.subtracting(start), to.subtracting(start)});
+    }
+    return spans;
+}
+
+std::shared_ptr<PipelineRequest> runRender(MainLoop& loop, RenderJob job, ExportMP4Options options) {
+    auto shared = std::make_shared<RenderJob>(std::move(job));
+    auto report = std::make_shared<std::optional<engine::RenderReport>>();
+    return runInBackground(
+        loop,
+        [shared, report, progress = std::move(options.progress)](std::stop_token stop) {
+            *report = render(*shared, progress, stop);
+        },
+        [report, completion = std::move(options.completion)](std::exception_ptr error) {
+            if (!completion) return;
+            ExportOutcome outcome;
+            if (error) {
+                outcome.error = error;
+            } else {
+                outcome.report = *report;
+            }
+            completion(outcome);
+        });
+}
+
+std::shared_ptr<PipelineRequest> refused(MainLoop& loop, std::function<void(const ExportOutcome&)> completion) {
+    loop.post([completion = std::move(completion), error = std::current_exception()] {
+        if (completion) completion({.error = error});
+    });
+    return finishedRequest();
+}
+
 }  // namespace
 
 void ProjectPipeline::refreshEditPlan(ProjectSession& session) {
@@ -77,34 +119,32 @@ void ProjectPipeline::refreshEditPlan(ProjectSession& session) {
 std::shared_ptr<PipelineRequest> ProjectPipeline::exportMP4(ProjectSession& session, const fs::path& to,
                                                             PipelineContext context,
                                                             ExportMP4Options options) {
-    MainLoop& loop = context.mainLoop;
-    auto completion = std::move(options.completion);
     std::optional<RenderJob> job;
     try {
         job = prepare(session, to, options.request);
     } catch (...) {
-        loop.post([completion, error = std::current_exception()] {
-            if (completion) completion({.error = error});
-        });
-        return finishedRequest();
+        return refused(context.mainLoop, std::move(options.completion));
     }
-    auto shared = std::make_shared<RenderJob>(std::move(*job));
-    auto report = std::make_shared<std::optional<engine::RenderReport>>();
-    return runInBackground(
-        loop,
-        [shared, report, progress = std::move(options.progress)](std::stop_token stop) {
-            *report = render(*shared, progress, stop);
-        },
-        [report, completion](std::exception_ptr error) {
-            if (!completion) return;
-            ExportOutcome outcome;
-            if (error) {
-                outcome.error = error;
-            } else {
-                outcome.report = *report;
-            }
-            completion(outcome);
-        });
+    return runRender(context.mainLoop, std::move(*job), std::move(options));
+}
+
+std::shared_ptr<PipelineRequest> ProjectPipeline::exportShortCandidate(
+    const ProjectSession& session, const intelligence::ShortsCandidate& candidate, const fs::path& to,
+    PipelineContext context, ExportMP4Options options) {
+    std::optional<RenderJob> job;
+    try {
+        const engine::ExportPreset& preset = engine::ExportPreset::shorts;
+        EditPlan plan = shortEditPlan(session, candidate, preset.projectFormat(session.frameDuration));
+        engine::AudioFinishingOptions audio = engine::AudioFinishingOptions::forExport();
+        audio.speechSpans = speechWithin(session, candidate.sourceStart, candidate.sourceEnd);
+        audio.loudnessTarget = preset.loudnessTarget;
+        engine::ExportVideoSettings video;
+        if (options.request) video = options.request->videoSettings;
+        job = RenderJob{std::move(plan), to, {.audio = std::move(audio), .videoSettings = video}};
+    } catch (...) {
+        return refused(context.mainLoop, std::move(options.completion));
+    }
+    return runRender(context.mainLoop, std::move(*job), std::move(options));
 }
 
 std::string ProjectPipeline::exportSuccessMessage(const fs::path& file, bool publish) {

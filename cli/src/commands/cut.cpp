@@ -12,45 +12,16 @@
 
 #include "cli.hpp"
 #include "morvane/app/pipeline/project_pipeline.hpp"
-#include "morvane/app/timeline/timeline_plan_bridge.hpp"
 #include "morvane/engine/plan/edit_plan_coding.hpp"
 #include "morvane/engine/support/files.hpp"
 #include "morvane/engine/support/preferences_store.hpp"
 #include "progress.hpp"
 #include "session_run.hpp"
-#include "transcript_input.hpp"
 
 namespace morvane::cli {
 
 using namespace morvane::app;
 using intelligence::AssistantCommandID;
-
-namespace {
-
-void loadRecording(ProjectSession& session, const std::filesystem::path& media,
-                   const std::string& transcriptPath) {
-    auto segmented = withProgress("segment", [&](const auto& progress, std::stop_token stop) {
-        return segmentTranscriptFile(transcriptPath, media.string(), progress, std::move(stop));
-    });
-    session.resetForNewProject(media.stem().string());
-    session.mediaURL = media;
-    session.mediaDurationSeconds = segmented.transcript.durationSeconds;
-    session.mediaBin.push_back({.id = "src1",
-                                .label = media.filename().string(),
-                                .urlPath = media.string(),
-                                .kind = MediaBinKind::primary,
-                                .durationSeconds = segmented.transcript.durationSeconds,
-                                .hasVideo = true,
-                                .hasAudio = true});
-    session.transcript = std::move(segmented.transcript);
-    session.segments = std::move(segmented.segments);
-    session.transcriptSourceID = "src1";
-    TimelinePlanBridge::bootstrapSourceTimeline(session, "src1");
-    session.seedCutItemsFromSegments("transcript");
-    session.editPlan = TimelinePlanBridge::rebuildEditPlan(session);
-}
-
-}  // namespace
 
 void addCutVerb(CLI::App& app, RunState& state) {
     struct Options {

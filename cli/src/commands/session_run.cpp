@@ -5,8 +5,10 @@
 #include <iostream>
 
 #include "morvane/app/project/recent_projects_store.hpp"
+#include "morvane/app/timeline/timeline_plan_bridge.hpp"
 #include "morvane/engine/support/preferences_store.hpp"
 #include "progress.hpp"
+#include "transcript_input.hpp"
 
 namespace morvane::cli {
 
@@ -17,7 +19,8 @@ void TerminalDelegate::showAlert(const std::string& title, const std::string& te
 }
 
 void runRequest(const ProjectSession& session, const std::string& label,
-                const std::function<std::shared_ptr<PipelineRequest>(MainLoop&)>& start) {
+                const std::function<std::shared_ptr<PipelineRequest>(MainLoop&)>& start,
+                const std::atomic<double>* progress) {
     RunLoop loop;
     const InterruptStop interrupt;
     ProgressBar bar(label);
@@ -28,6 +31,7 @@ void runRequest(const ProjectSession& session, const std::string& label,
         for (const auto& job : session.activeJobs) {
             if (job.progress) bar.update(*job.progress);
         }
+        if (progress) bar.update(progress->load());
         if (request && request->isFinished()) loop.quit();
     });
     loop.run();
@@ -56,6 +60,29 @@ void printChatSince(const ProjectSession& session, std::size_t before) {
         const auto& message = session.chatMessages[i];
         fmt::print("[{}] {}\n", kChatRoleNames.text(message.role), message.text);
     }
+}
+
+void loadRecording(ProjectSession& session, const std::filesystem::path& media,
+                   const std::string& transcriptPath) {
+    auto segmented = withProgress("segment", [&](const auto& progress, std::stop_token stop) {
+        return segmentTranscriptFile(transcriptPath, media.string(), progress, std::move(stop));
+    });
+    session.resetForNewProject(media.stem().string());
+    session.mediaURL = media;
+    session.mediaDurationSeconds = segmented.transcript.durationSeconds;
+    session.mediaBin.push_back({.id = "src1",
+                                .label = media.filename().string(),
+                                .urlPath = media.string(),
+                                .kind = MediaBinKind::primary,
+                                .durationSeconds = segmented.transcript.durationSeconds,
+                                .hasVideo = true,
+                                .hasAudio = true});
+    session.transcript = std::move(segmented.transcript);
+    session.segments = std::move(segmented.segments);
+    session.transcriptSourceID = "src1";
+    TimelinePlanBridge::bootstrapSourceTimeline(session, "src1");
+    session.seedCutItemsFromSegments("transcript");
+    session.editPlan = TimelinePlanBridge::rebuildEditPlan(session);
 }
 
 }  // namespace morvane::cli

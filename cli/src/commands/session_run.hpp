@@ -4,6 +4,7 @@
 // pipeline's request is done (Ctrl-C cancels it, a bar shows its job's progress), and projects opened and
 // saved as the window would, noted among the recent ones.
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -23,12 +24,19 @@ struct TerminalDelegate final : app::UserInterfaceDelegate {
 };
 
 /// Runs `start` on a main loop of its own and keeps the loop going until the request it returns has
-/// finished. Ctrl-C cancels the request; a job of `session` with progress shows a bar labelled `label`.
+/// finished. Ctrl-C cancels the request; a job of `session` with progress, or `progress` when given (0 to 1,
+/// written from any thread), shows a bar labelled `label`.
 void runRequest(const app::ProjectSession& session, const std::string& label,
-                const std::function<std::shared_ptr<app::PipelineRequest>(app::MainLoop&)>& start);
+                const std::function<std::shared_ptr<app::PipelineRequest>(app::MainLoop&)>& start,
+                const std::atomic<double>* progress = nullptr);
 
 /// Whether `path` names a project bundle rather than a media file.
 [[nodiscard]] bool isProjectBundle(const std::filesystem::path& path);
+
+/// Makes `session` a project of the recording `media` with the transcript at `transcriptPath`, segmented
+/// and snapped to the recording's pauses, everything kept.
+void loadRecording(app::ProjectSession& session, const std::filesystem::path& media,
+                   const std::string& transcriptPath);
 
 /// Opens the project at `path` into `session`, noting it as recent.
 void openProject(app::ProjectSession& session, const std::filesystem::path& path);

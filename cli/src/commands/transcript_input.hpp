@@ -4,6 +4,7 @@
 // pauses the segment edges snap to.
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <stop_token>
 #include <string>

@@ -54,6 +54,16 @@ void refreshEditPlan(ProjectSession& session);
 std::shared_ptr<PipelineRequest> exportMP4(ProjectSession& session, const std::filesystem::path& to,
                                            PipelineContext context, ExportMP4Options options = {});
 
+/// Exports `candidate`'s passage of the primary recording on its own (`shortEditPlan`) to `to`: the vertical
+/// shorts canvas at the session's frame rate, the shorts preset's loudness, and the codec and quality of
+/// `options.request` when given (its preset is not used). The session is only read, here on the main
+/// thread; the completion reports as `exportMP4`'s does, with `ShortProjectError` when the session has no
+/// recording.
+std::shared_ptr<PipelineRequest> exportShortCandidate(const ProjectSession& session,
+                                                      const intelligence::ShortsCandidate& candidate,
+                                                      const std::filesystem::path& to, PipelineContext context,
+                                                      ExportMP4Options options = {});
+
 /// "Exported MP4.", "Exported MP4 + talk.srt.", "Exported GIF.", "Exported for YouTube upload." or
 /// "Exported for YouTube upload (captions: talk.srt).", by the sidecar beside `file`.
 [[nodiscard]] std::string exportSuccessMessage(const std::filesystem::path& file, bool publish);
