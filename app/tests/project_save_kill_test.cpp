@@ -58,6 +58,11 @@ void loadLongTalk(ProjectSession& session, int count) {
 }
 
 TEST(ProjectSaveKill, aSaveKilledAtAnyMomentLeavesTheOldOrTheNewProject) {
+#if defined(__SANITIZE_ADDRESS__)
+    // Under AddressSanitizer encoding the manifest takes so much longer than writing it that the kills
+    // almost never land inside a write, and the rounds cost minutes; the plain build runs it.
+    GTEST_SKIP() << "timing-driven; run in the build without sanitizers";
+#endif
     const int rounds = fromEnvironment("MORVANE_KILL_ROUNDS", 50);
     const int wordCount = fromEnvironment("MORVANE_KILL_WORDS", 2000);
     const morvane::testing::TempDir dir;

@@ -25,6 +25,7 @@ constexpr int kSampleRate = 16000;
 constexpr double kFramesPerSecond = 100.0;  // pocketsphinx's default frame rate
 constexpr int kMaxThreads = 4;              // each decoder holds its own copy of the language model
 constexpr auto kProgressInterval = std::chrono::milliseconds(100);
+constexpr const char* kDefaultSearch = "_default";  // what pocketsphinx names the search of "-lm"
 
 // Alternatives: words of the lattice that span most of a recognised word, likely enough to matter.
 constexpr double kAlternativeMinPosterior = 0.05;
@@ -207,7 +208,9 @@ class Decoder {
 
     // The language model's log probability of `text` as a whole utterance.
     double scoreAlone(std::string_view text) {
-        ngram_model_t* model = ps_get_lm(decoder_, ps_get_search(decoder_));
+        // The search made from "-lm" is the decoder's default one. Asked by name, since ps_get_search leaks
+        // the hash iterator it walks on every call.
+        ngram_model_t* model = ps_get_lm(decoder_, kDefaultSearch);
         if (model == nullptr) return 0.0;
         const std::string word = lowercased(text);
         return static_cast<double>(ngram_score(model, word.c_str(), "<s>", nullptr)) +
