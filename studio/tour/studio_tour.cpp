@@ -168,6 +168,15 @@ int main(int argc, char** argv) {
             [&] { return window.session().timeline->clips(app::TimelineTrackIDs::source).size() > before; },
             10);
         tour.screenshot("split");
+
+        // Export the cut with the Export panel's suggestion, next to the screenshots.
+        window.exportTo(app::ExportRequest::defaultFor(window.session()), out / "cut.mp4");
+        QTest::qWait(1500);
+        tour.screenshot("exporting");
+        const double exportSeconds = tour.waitFor("export", [&] { return !window.isWorking(); }, 600);
+        if (window.session().errorMessage) throw std::runtime_error("export: " + *window.session().errorMessage);
+        fmt::print("export: {:.2f} s\n", exportSeconds);
+        tour.screenshot("exported");
         fmt::print("done: {}\n", window.session().statusMessage);
     } catch (const std::exception& error) {
         fmt::print(stderr, "morvane-studio-tour: {}\n", error.what());
