@@ -9,6 +9,8 @@
 #include <array>
 #include <cmath>
 #include <fstream>
+#include <iterator>
+#include <optional>
 
 #include "morvane/engine/audio/loudness_analyzer.hpp"
 #include "morvane/engine/engine_error.hpp"
@@ -287,6 +289,69 @@ TEST_F(MP4ExporterMedia, failuresLeaveNothingAtTheOutput) {
                          stop.get_token()),
                      OperationCancelled);
         expectOnly(out_.path(), {});
+    }
+}
+
+// The threads this process runs now.
+std::size_t runningThreads() {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator{}));
+}
+
+TEST_F(MP4ExporterMedia, composedFramesReachTheEncoderInOrderEachOnce) {
+    // A canvas larger than the recording: every frame is composed and converted ahead of the encoder.
+    const fs::path to = out_.path() / "big.mp4";
+    (void)MP4Exporter::render(plan({{1.2, 4.0}, {6.5, 8.0}}, "640x480"), to,
+                              {.audio = AudioFinishingOptions::preview()});
+    auto expected = range(36, 120);
+    const auto second = range(195, 240);
+    expected.insert(expected.end(), second.begin(), second.end());
+    EXPECT_EQ(counters(to, 640, 480), expected);
+}
+
+TEST_F(MP4ExporterMedia, aStopOrABrokenSourceMidEncodeEndsEveryThreadAndPresentsNothing) {
+    // A silent recording with its index in front, cut short halfway: it opens, and its pictures stop at
+    // 5 s.
+    const fs::path whole = out_.path() / "whole.mp4";
+    morvane::testing::makeCounterMovie(out_.path() / "counter.mp4", 10.0);
+    tool({"/usr/bin/ffmpeg", "-nostdin", "-loglevel", "error", "-i", (out_.path() / "counter.mp4").string(),
+          "-c", "copy", "-movflags", "+faststart", whole.string()});
+    const fs::path broken = morvane::testing::truncateCopy(whole, out_.path() / "broken.mp4",
+                                                            fs::file_size(whole) / 2);
+    const fs::path folder = out_.path() / "out";
+    fs::create_directories(folder);
+    const fs::path to = folder / "cut.mp4";
+
+    const std::size_t threadsBefore = runningThreads();
+    const struct {
+        const char* name;
+        fs::path source;
+        double stopAt;  // the share of the render at which it is stopped; never when above 1
+        std::optional<std::string> error;
+    } cases[] = {
+        {"stopped as encoding starts", source(), 0.42, std::nullopt},
+        {"stopped near the end", source(), 0.9, std::nullopt},
+        {"broken source", broken, 2.0, "Media reader failed: Media reader failed: broken.mp4 has no picture at 5.000 s"},
+    };
+    for (const auto& c : cases) {
+        EditPlan p = plan({{0.5, 9.0}});
+        p.sources[0].url = c.source.string();
+        std::stop_source stop;
+        try {
+            (void)MP4Exporter::render(
+                p, to, {.videoSettings = {.bitrate = ExportVideoBitrate::high}},
+                [&](double share) {
+                    if (share > c.stopAt) stop.request_stop();
+                },
+                stop.get_token());
+            ADD_FAILURE() << c.name << ": the render completed";
+        } catch (const OperationCancelled&) {
+            EXPECT_FALSE(c.error) << c.name;
+        } catch (const EngineError& e) {
+            EXPECT_EQ(std::optional<std::string>(e.what()), c.error) << c.name;
+        }
+        EXPECT_EQ(runningThreads(), threadsBefore) << c.name;
+        expectOnly(folder, {});
     }
 }
 

@@ -4,8 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <condition_variable>
+#include <deque>
+#include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 extern "C" {
@@ -86,35 +91,15 @@ class VideoTrackEncoder {
         stream_->avg_frame_rate = c.framerate;
     }
 
-    void encode(const VideoFrame& frame, std::int64_t pts) {
-        const PixelSize size{encoder_->width, encoder_->height};
-        FramePtr input;
-        if (frame.isPassthrough() &&
-            PictureConverter::isEncodable(*frame.picture()->frame, encoder_->pix_fmt, size)) {
-            input = makeFrame();
-            check(av_frame_ref(input.get(), frame.picture()->frame.get()), "Could not encode the picture");
-        } else {
-            if (!converted_) {
-                converted_ = makeFrame();
-                converted_->format = encoder_->pix_fmt;
-                converted_->width = size.width;
-                converted_->height = size.height;
-                check(av_frame_get_buffer(converted_.get(), 0), "Could not encode the picture");
-            }
-            // The encoder may still hold the last picture; a fresh buffer is made only then.
-            check(av_frame_make_writable(converted_.get()), "Could not encode the picture");
-            if (frame.isPassthrough()) {
-                converter_.toVideo(*frame.picture()->frame, *converted_);
-            } else if (frame.image() != nullptr) {
-                converter_.toVideo(*frame.image(), *converted_);
-            }
-            input = makeFrame();
-            check(av_frame_ref(input.get(), converted_.get()), "Could not encode the picture");
-        }
-        input->pts = pts;
-        input->pict_type = AV_PICTURE_TYPE_NONE;
-        send(input.get());
+    // Encodes `picture`, made for this encoder by `EncoderPictures`, as frame `pts`.
+    void encode(FramePtr picture, std::int64_t pts) {
+        picture->pts = pts;
+        picture->pict_type = AV_PICTURE_TYPE_NONE;
+        send(picture.get());
     }
+
+    [[nodiscard]] AVPixelFormat format() const noexcept { return encoder_->pix_fmt; }
+    [[nodiscard]] PixelSize size() const noexcept { return {encoder_->width, encoder_->height}; }
 
     void finish() { send(nullptr); }
 
@@ -129,8 +114,109 @@ class VideoTrackEncoder {
     CodecContextPtr encoder_;
     AVStream* stream_ = nullptr;
     PacketPtr packet_;
-    FramePtr converted_;
+};
+
+// Program frames as pictures an encoder takes: a source picture it can take as it is, by reference;
+// anything else converted to its format and size, into a buffer no picture still waiting for the encoder
+// holds.
+class EncoderPictures {
+  public:
+    EncoderPictures(AVPixelFormat format, PixelSize size) : format_(format), size_(size) {}
+
+    FramePtr picture(const VideoFrame& frame) {
+        FramePtr out = makeFrame();
+        if (frame.isPassthrough() && PictureConverter::isEncodable(*frame.picture()->frame, format_, size_)) {
+            check(av_frame_ref(out.get(), frame.picture()->frame.get()), "Could not encode the picture");
+            return out;
+        }
+        AVFrame& buffer = freeBuffer();
+        if (frame.isPassthrough()) {
+            converter_.toVideo(*frame.picture()->frame, buffer);
+        } else if (frame.image() != nullptr) {
+            converter_.toVideo(*frame.image(), buffer);
+        }
+        check(av_frame_ref(out.get(), &buffer), "Could not encode the picture");
+        return out;
+    }
+
+  private:
+    // A buffer is free again once the encoder has let go of the last picture made in it.
+    AVFrame& freeBuffer() {
+        for (auto& buffer : buffers_) {
+            if (av_frame_is_writable(buffer.get()) != 0) return *buffer;
+        }
+        FramePtr buffer = makeFrame();
+        buffer->format = format_;
+        buffer->width = size_.width;
+        buffer->height = size_.height;
+        check(av_frame_get_buffer(buffer.get(), 0), "Could not encode the picture");
+        buffers_.push_back(std::move(buffer));
+        return *buffers_.back();
+    }
+
+    AVPixelFormat format_;
+    PixelSize size_;
     PictureConverter converter_;
+    std::vector<FramePtr> buffers_;
+};
+
+// Pictures made by `make` for frames 0 to count - 1 on a thread of their own, at most `kFramesAhead`
+// ahead of the encoder, which takes them in order with `next`: decoding and compositing the coming frames
+// overlaps encoding this one. A failure in `make` (a stop included) reaches `next` after the pictures made
+// before it. Going away stops the thread and waits for it.
+class PicturesAhead {
+  public:
+    using Make = std::function<FramePtr(std::int64_t)>;
+
+    PicturesAhead(std::int64_t count, Make make, std::stop_token stop)
+        : make_(std::move(make)),
+          worker_([this, count, stop = std::move(stop)](const std::stop_token& abandoned) {
+              run(count, stop, abandoned);
+          }) {}
+
+    FramePtr next() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return !ready_.empty() || ended_; });
+        if (ready_.empty()) {
+            if (failure_) std::rethrow_exception(failure_);
+            throw EngineError::exportFailed("Could not encode the picture: no more frames");
+        }
+        FramePtr picture = std::move(ready_.front());
+        ready_.pop_front();
+        changed_.notify_all();
+        return picture;
+    }
+
+  private:
+    static constexpr std::size_t kFramesAhead = 4;
+
+    void run(std::int64_t count, const std::stop_token& stop, const std::stop_token& abandoned) {
+        std::exception_ptr failure;
+        try {
+            for (std::int64_t k = 0; k < count; ++k) {
+                throwIfStopRequested(stop);
+                FramePtr picture = make_(k);
+                std::unique_lock lock(mutex_);
+                if (!changed_.wait(lock, abandoned, [this] { return ready_.size() < kFramesAhead; })) break;
+                ready_.push_back(std::move(picture));
+                changed_.notify_all();
+            }
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        const std::lock_guard lock(mutex_);
+        failure_ = failure;
+        ended_ = true;
+        changed_.notify_all();
+    }
+
+    Make make_;
+    std::mutex mutex_;
+    std::condition_variable_any changed_;
+    std::deque<FramePtr> ready_;
+    std::exception_ptr failure_;
+    bool ended_ = false;
+    std::jthread worker_;  // last: it starts once the rest is made, and is joined before the rest goes
 };
 
 std::int64_t framesIn(TimeSpan range, RationalTime frameDuration) {
@@ -392,11 +478,17 @@ void encodeMovie(const EncodeRequest& request, const std::filesystem::path& file
 
     const FrameRate rate{frameDuration};
     const std::int64_t count = framesIn(request.range, frameDuration);
+    EncoderPictures pictures(video.format(), video.size());
+    PicturesAhead ahead(
+        count,
+        [&](std::int64_t k) {
+            return pictures.picture(request.renderer.frame(request.range.start.adding(rate.timeForFrame(k))));
+        },
+        stop);
     for (std::int64_t k = 0; k < count; ++k) {
         throwIfStopRequested(stop);
-        const RationalTime offset = rate.timeForFrame(k);
-        if (audio) audio->encodeUntil(offset.seconds() + kAudioLeadSeconds);
-        video.encode(request.renderer.frame(request.range.start.adding(offset)), k);
+        if (audio) audio->encodeUntil(rate.timeForFrame(k).seconds() + kAudioLeadSeconds);
+        video.encode(ahead.next(), k);
         if (progress) progress(static_cast<double>(k + 1) / static_cast<double>(count));
     }
     video.finish();
