@@ -30,6 +30,8 @@ script=(
   "1.0|That's all there is to it."
 )
 
+# -R everywhere (and a seed for the backdrop): every build makes the same sample, so every run hears the same
+# words.
 pieces=()
 n=0
 for line in "${script[@]}"; do
@@ -37,18 +39,18 @@ for line in "${script[@]}"; do
   text="${line#*|}"
   n=$((n + 1))
   flite -voice slt -t "$text" -o "$work/say$n.wav"
-  sox -n -r 16000 -c 1 -b 16 "$work/pause$n.wav" trim 0 "$pause"
+  sox -R -n -r 16000 -c 1 -b 16 "$work/pause$n.wav" trim 0 "$pause"
   pieces+=("$work/say$n.wav" "$work/pause$n.wav")
 done
 # A breath of room tone at the start, then the take; 48 kHz as cameras record.
-sox -n -r 16000 -c 1 -b 16 "$work/lead.wav" trim 0 0.8
-sox "$work/lead.wav" "${pieces[@]}" -r 48000 "$work/voice.wav"
+sox -R -n -r 16000 -c 1 -b 16 "$work/lead.wav" trim 0 0.8
+sox -R "$work/lead.wav" "${pieces[@]}" -r 48000 "$work/voice.wav"
 seconds="$(soxi -D "$work/voice.wav")"
 
 # The picture: a warm figure swaying in front of a slow gradient, 640x360 at 30 fps, a key frame every
 # two seconds.
 ffmpeg -nostdin -y -loglevel error \
-  -f lavfi -i "gradients=s=640x360:r=30:c0=0x203040:c1=0x405878:speed=0.004:d=$seconds" \
+  -f lavfi -i "gradients=s=640x360:r=30:c0=0x203040:c1=0x405878:speed=0.004:seed=1:d=$seconds" \
   -f lavfi -i "color=c=0xD8A07A:s=150x190:r=30:d=$seconds,format=yuva420p,geq=lum='lum(X,Y)':cb='cb(X,Y)':cr='cr(X,Y)':a='if(lt(pow((X-75)/75,2)+pow((Y-95)/95,2),1),255,0)'" \
   -f lavfi -i "color=c=0x2A3A5A:s=260x140:r=30:d=$seconds" \
   -i "$work/voice.wav" \
