@@ -69,10 +69,11 @@ TEST(MorvaneShortsMedia, exportsTheChosenPassageAloneOnTheVerticalCanvas) {
     ASSERT_GE(candidates.size(), 2u);
 
     const auto movie = dir.path() / "short.mp4";
-    const auto exported = runMorvane({"shorts", sample, "--transcript", sampleTranscript(), "--export", "2", "-o",
-                                      movie.string()});
+    const auto exported = runMorvane(
+        {"shorts", sample, "--transcript", sampleTranscript(), "--export", "2", "-o", movie.string()});
     ASSERT_EQ(exported.exitCode, 0) << exported.err;
-    EXPECT_NE(exported.out.find(candidates[1]["title"].get<std::string>()), std::string::npos) << exported.out;
+    EXPECT_NE(exported.out.find(candidates[1]["title"].get<std::string>()), std::string::npos)
+        << exported.out;
     const auto probe = testing::runProcess({"/usr/bin/ffprobe", "-v", "error", "-show_entries",
                                             "stream=codec_type,width,height:format=duration", "-of", "json",
                                             movie.string()});
@@ -95,10 +96,12 @@ TEST(MorvaneShortsMedia, exportsTheChosenPassageAloneOnTheVerticalCanvas) {
         {"shorts", sample, "--transcript", sampleTranscript(), "--export", "9", "-o", movie.string()});
     EXPECT_EQ(beyond.exitCode, 2);
     EXPECT_NE(beyond.err.find("only"), std::string::npos) << beyond.err;
-    EXPECT_EQ(runMorvane({"shorts", sample, "--transcript", sampleTranscript(), "--export", "1"}).exitCode, 2);
-    EXPECT_EQ(runMorvane({"shorts", "--transcript", sampleTranscript(), "--export", "1", "-o", movie.string()})
-                  .exitCode,
+    EXPECT_EQ(runMorvane({"shorts", sample, "--transcript", sampleTranscript(), "--export", "1"}).exitCode,
               2);
+    EXPECT_EQ(
+        runMorvane({"shorts", "--transcript", sampleTranscript(), "--export", "1", "-o", movie.string()})
+            .exitCode,
+        2);
     const auto over =
         runMorvane({"shorts", sample, "--transcript", sampleTranscript(), "--export", "1", "-o", sample});
     EXPECT_EQ(over.exitCode, 2);

@@ -1,7 +1,9 @@
 // morvane-studio-tour RECORDING OUTPUT_DIR: drives Morvane Studio through the main job the way a user would
-// (drop the recording on the preview, play it, Clean up, accept, strike words), saving a screenshot of the
-// screen after each step as NN-step.png in OUTPUT_DIR and printing what it measured. Meant to run under a
-// virtual X server (scripts/studio_screenshots.sh); any failure exits non-zero with the step that failed.
+// (drop the recording on the preview, play it, Clean up, accept, strike words, split, export), saving a
+// screenshot of the screen after each step as NN-step.png in OUTPUT_DIR and printing what it measured: the
+// time to the transcript, the preview's frame rate, and the longest the window froze while work ran. Meant
+// to run under a virtual X server (scripts/studio_screenshots.sh); any failure exits non-zero with the step
+// that failed.
 
 #include <fmt/core.h>
 
@@ -12,8 +14,11 @@
 #include <QStyleFactory>
 #include <QTest>
 #include <QTimer>
+#include <algorithm>
 #include <chrono>
 #include <clocale>
+#include <cmath>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
@@ -31,6 +36,51 @@ namespace {
 
 using namespace morvane;
 using Clock = std::chrono::steady_clock;
+
+// How long the window froze while work ran: the longest the event loop went without serving a 10 ms timer,
+// and the most CPU time the window's own thread spent in one such gap. On a loaded machine a gap can also
+// be the thread waiting for a core; the CPU time is then what the window itself was busy with.
+class StallMeter {
+  public:
+    StallMeter() {
+        QObject::connect(&timer_, &QTimer::timeout, [this] {
+            const auto now = Clock::now();
+            const double cpu = threadCpuMilliseconds();
+            longest_ = std::max(longest_, now - last_);
+            busiest_ = std::max(busiest_, cpu - lastCpu_);
+            last_ = now;
+            lastCpu_ = cpu;
+        });
+        timer_.start(10);
+    }
+    void restart() {
+        skip();
+        longest_ = {};
+        busiest_ = 0;
+    }
+    [[nodiscard]] std::string text() const {
+        return fmt::format("the window stalled at most {:.0f} ms, with at most {:.0f} ms of its own work",
+                           std::chrono::duration<double, std::milli>(longest_).count(), busiest_);
+    }
+    // Leaves out the time since the last tick (what the caller itself held the loop for).
+    void skip() {
+        last_ = Clock::now();
+        lastCpu_ = threadCpuMilliseconds();
+    }
+
+  private:
+    static double threadCpuMilliseconds() {
+        timespec now{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+        return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
+    }
+
+    QTimer timer_;
+    Clock::time_point last_ = Clock::now();
+    double lastCpu_ = threadCpuMilliseconds();
+    Clock::duration longest_{};
+    double busiest_ = 0;
+};
 
 struct Tour {
     studio::StudioWindow& window;
@@ -99,11 +149,12 @@ int main(int argc, char** argv) {
             }
         });
         answer.start(20);
+        StallMeter stalls;
         window.openFiles({recording});
         const double toTranscript = tour.waitFor(
             "open and transcribe",
             [&] { return !window.isWorking() && window.session().segments.has_value(); }, 600);
-        fmt::print("drop to transcript: {:.2f} s\n", toTranscript);
+        fmt::print("drop to transcript: {:.2f} s ({})\n", toTranscript, stalls.text());
         tour.screenshot("transcript");
 
         window.player().resetStatistics();
@@ -121,12 +172,14 @@ int main(int argc, char** argv) {
         QPushButton* cleanUp =
             window.assistantPanel()->commandButton(intelligence::AssistantCommandID::cleanUp);
         if (!cleanUp) throw std::runtime_error("no Clean up button");
+        stalls.restart();
         QTest::mouseClick(cleanUp, Qt::LeftButton);
         tour.waitFor(
             "Clean up",
             [&] { return window.session().isReviewingProposal() || window.session().errorMessage; }, 300);
         if (!window.session().isReviewingProposal())
             throw std::runtime_error("Clean up: " + *window.session().errorMessage);
+        fmt::print("Clean up: {}\n", stalls.text());
         tour.screenshot("proposal");
 
         QTest::mouseClick(window.assistantPanel()->acceptButton(), Qt::LeftButton);
@@ -160,7 +213,11 @@ int main(int argc, char** argv) {
         tour.screenshot("struck");
 
         // The timeline: split the storyline at the playhead with the S key.
-        window.session().requestSeekToComposition(window.player().duration() / 2);
+        const double middle = window.player().duration() / 2;
+        window.session().requestSeekToComposition(middle);
+        // The seek lands on a later turn of the event loop; S splits where the playhead is then.
+        tour.waitFor(
+            "seek", [&] { return std::abs(window.player().position() - middle) < 0.05; }, 10);
         const auto before = window.session().timeline->clips(app::TimelineTrackIDs::source).size();
         QTest::keyClick(&window, Qt::Key_S);
         tour.waitFor(
@@ -170,12 +227,18 @@ int main(int argc, char** argv) {
         tour.screenshot("split");
 
         // Export the cut with the Export panel's suggestion, next to the screenshots.
+        stalls.restart();
+        const auto exportStart = Clock::now();
         window.exportTo(app::ExportRequest::defaultFor(window.session()), out / "cut.mp4");
         QTest::qWait(1500);
         tour.screenshot("exporting");
-        const double exportSeconds = tour.waitFor("export", [&] { return !window.isWorking(); }, 600);
-        if (window.session().errorMessage) throw std::runtime_error("export: " + *window.session().errorMessage);
-        fmt::print("export: {:.2f} s\n", exportSeconds);
+        stalls.skip();  // grabbing the screen holds the loop itself
+        tour.waitFor(
+            "export", [&] { return !window.isWorking(); }, 600);
+        if (window.session().errorMessage)
+            throw std::runtime_error("export: " + *window.session().errorMessage);
+        fmt::print("export: {:.2f} s ({})\n",
+                   std::chrono::duration<double>(Clock::now() - exportStart).count(), stalls.text());
         tour.screenshot("exported");
         fmt::print("done: {}\n", window.session().statusMessage);
     } catch (const std::exception& error) {

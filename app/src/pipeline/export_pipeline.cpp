@@ -67,12 +67,13 @@ engine::RenderReport render(const RenderJob& job, const ProgressCallback& progre
 }
 
 // The recording's words within the passage, as spans of the short's own time.
-std::vector<engine::TimeSpan> speechWithin(const ProjectSession& session, RationalTime start, RationalTime end) {
+std::vector<engine::TimeSpan> speechWithin(const ProjectSession& session, RationalTime start,
+                                           RationalTime end) {
     std::vector<engine::TimeSpan> spans;
     if (!session.transcript) return spans;
     const auto& words = session.transcript->words;
-    auto word = std::partition_point(words.begin(), words.end(),
-                                     [&](const auto& w) { return w.end <= start; });
+    auto word =
+        std::partition_point(words.begin(), words.end(), [&](const auto& w) { return w.end <= start; });
     for (; word != words.end() && word->start < end; ++word) {
         const RationalTime from = word->start < start ? start : word->start;
         const RationalTime to = word->end > end ? end : word->end;
@@ -101,7 +102,8 @@ std::shared_ptr<PipelineRequest> runRender(MainLoop& loop, RenderJob job, Export
         });
 }
 
-std::shared_ptr<PipelineRequest> refused(MainLoop& loop, std::function<void(const ExportOutcome&)> completion) {
+std::shared_ptr<PipelineRequest> refused(MainLoop& loop,
+                                         std::function<void(const ExportOutcome&)> completion) {
     loop.post([completion = std::move(completion), error = std::current_exception()] {
         if (completion) completion({.error = error});
     });

@@ -157,20 +157,21 @@ void addShortsVerb(CLI::App& app, RunState& /*state*/) {
         }
 
         // An export picks from the sheet's list, however many are printed.
-        const int count = options->exportIndex ? std::max(options->count, *options->exportIndex) : options->count;
-        const auto candidates = ShortsCandidateScorer::propose(*session.segments, &*session.transcript,
-                                                               keptSegmentsOf(session), count,
-                                                               ShortsCandidateScorer::sheetTargetDuration);
+        const int count =
+            options->exportIndex ? std::max(options->count, *options->exportIndex) : options->count;
+        const auto candidates =
+            ShortsCandidateScorer::propose(*session.segments, &*session.transcript, keptSegmentsOf(session),
+                                           count, ShortsCandidateScorer::sheetTargetDuration);
         if (!options->exportIndex) {
             printCandidates(candidates, session.segments->segmentCount, options->json);
             return;
         }
         const auto index = static_cast<std::size_t>(*options->exportIndex);
         if (index > candidates.size()) {
-            throw CLI::ValidationError(
-                "--export", fmt::format("there {} only {} passage{} to choose from",
-                                        candidates.size() == 1 ? "is" : "are", candidates.size(),
-                                        candidates.size() == 1 ? "" : "s"));
+            throw CLI::ValidationError("--export",
+                                       fmt::format("there {} only {} passage{} to choose from",
+                                                   candidates.size() == 1 ? "is" : "are", candidates.size(),
+                                                   candidates.size() == 1 ? "" : "s"));
         }
         exportCandidate(session, candidates[index - 1], *options);
     });

@@ -61,8 +61,8 @@ std::shared_ptr<PipelineRequest> exportMP4(ProjectSession& session, const std::f
 /// recording.
 std::shared_ptr<PipelineRequest> exportShortCandidate(const ProjectSession& session,
                                                       const intelligence::ShortsCandidate& candidate,
-                                                      const std::filesystem::path& to, PipelineContext context,
-                                                      ExportMP4Options options = {});
+                                                      const std::filesystem::path& to,
+                                                      PipelineContext context, ExportMP4Options options = {});
 
 /// "Exported MP4.", "Exported MP4 + talk.srt.", "Exported GIF.", "Exported for YouTube upload." or
 /// "Exported for YouTube upload (captions: talk.srt).", by the sidecar beside `file`.
