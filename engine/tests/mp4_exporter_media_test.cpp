@@ -332,7 +332,7 @@ TEST_F(MP4ExporterMedia, aStopOrABrokenSourceMidEncodeEndsEveryThreadAndPresents
         {"stopped as encoding starts", source(), 0.42, std::nullopt},
         {"stopped near the end", source(), 0.9, std::nullopt},
         {"broken source", broken, 2.0,
-         "Media reader failed: Media reader failed: broken.mp4 has no picture at 5.000 s"},
+         "Media reader failed: broken.mp4 has no picture at 5.000 s"},
     };
     for (const auto& c : cases) {
         EditPlan p = plan({{0.5, 9.0}});

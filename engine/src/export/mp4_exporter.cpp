@@ -79,8 +79,11 @@ bool runExportSession(const SessionWork& work, const ProgressCallback& progress,
     } catch (const OperationCancelled&) {
         throw;
     } catch (const EngineError& e) {
-        // The encoder's own failures carry their reason; others keep their whole text.
-        throw EngineError::readerFailed(e.kind() == EngineError::Kind::exportFailed ? e.payload() : e.what());
+        // The encoder's and the reader's own failures carry their reason (said once); others keep their
+        // whole text.
+        const bool ownReason =
+            e.kind() == EngineError::Kind::exportFailed || e.kind() == EngineError::Kind::readerFailed;
+        throw EngineError::readerFailed(ownReason ? e.payload() : e.what());
     } catch (const std::exception& e) {
         throw EngineError::readerFailed(e.what());
     } catch (...) {
