@@ -18,7 +18,7 @@ namespace {
 using testing::runMorvane;
 
 std::string sampleTranscript() {
-    return (testing::sourceDir() / "samples" / "talk.transcript.json").string();
+    return (testing::sourceDir() / "samples" / "script.transcript.json").string();
 }
 
 Json jsonOf(const testing::ProcessResult& result) {
@@ -35,7 +35,7 @@ std::vector<int> keptIDs(const Json& json) {
 
 // A recording for the sample transcript: a tone under every word, silence between them.
 std::filesystem::path sampleRecording(const testing::TempDir& dir) {
-    const Json transcript = parseJson(readWholeFile(sampleTranscript()), "talk.transcript.json");
+    const Json transcript = parseJson(readWholeFile(sampleTranscript()), "script.transcript.json");
     constexpr int rate = 48000;
     std::vector<float> samples(static_cast<std::size_t>(transcript["durationSeconds"].get<double>() * rate),
                                0.0f);

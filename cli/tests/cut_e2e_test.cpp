@@ -27,7 +27,7 @@ std::filesystem::path toneRecording(const testing::TempDir& dir) {
 TEST(MorvaneCutMedia, acceptingCleanUpWritesAPlanOfTheRulesKeepList) {
     const testing::TempDir dir;
     const auto media = toneRecording(dir);
-    const auto transcript = (testing::sourceDir() / "samples" / "talk.transcript.json").string();
+    const auto transcript = (testing::sourceDir() / "samples" / "script.transcript.json").string();
     const auto planPath = dir.path() / "cut.json";
 
     const auto classify =
@@ -62,7 +62,7 @@ TEST(MorvaneCutMedia, acceptingCleanUpWritesAPlanOfTheRulesKeepList) {
 TEST(MorvaneCutMedia, rejectingLeavesTheWholeRecordingAndModelRequestsNeedAServer) {
     const testing::TempDir dir;
     const auto media = toneRecording(dir);
-    const auto transcript = (testing::sourceDir() / "samples" / "talk.transcript.json").string();
+    const auto transcript = (testing::sourceDir() / "samples" / "script.transcript.json").string();
     const auto planPath = dir.path() / "whole.json";
     auto result = runMorvane({"cut", media.string(), "--transcript", transcript, "--command", "retakesOnly",
                               "--reject", "--plan-out", planPath.string()});

@@ -39,7 +39,8 @@ TEST_F(MorvaneProjectVerbs, newImportAndInfoLeaveTheOriginalsAsTheyWere) {
     const fs::path movie = testing::makeMovie(
         dir.path() / "talk.mp4", 3.0,
         testing::writeWav(dir.path() / "talk.wav", testing::tone(220, 0.5, 3.0, 48000), 1, 48000));
-    const fs::path voice = testing::writeWav(dir.path() / "voice.wav", testing::tone(330, 0.5, 2.0, 48000), 1, 48000);
+    const fs::path voice =
+        testing::writeWav(dir.path() / "voice.wav", testing::tone(330, 0.5, 2.0, 48000), 1, 48000);
     const std::string movieBytes = readWholeFile(movie);
     const std::string voiceBytes = readWholeFile(voice);
 
@@ -52,9 +53,11 @@ TEST_F(MorvaneProjectVerbs, newImportAndInfoLeaveTheOriginalsAsTheyWere) {
     EXPECT_EQ(result.err, "morvane: A project already exists at " + bundle.string() + "\n");
 
     const fs::path notes = dir.write("notes.txt", "not media");
-    result = runMorvane({"project", "import", bundle.string(), movie.string(), notes.string(), voice.string()});
+    result =
+        runMorvane({"project", "import", bundle.string(), movie.string(), notes.string(), voice.string()});
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(result.out.find("[system] Primary media: talk.mp4 (00:03).\n"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("[system] Primary media: talk.mp4 (00:03).\n"), std::string::npos)
+        << result.out;
     EXPECT_NE(result.out.find("[system] Media bin: voice.wav (00:02).\n"), std::string::npos) << result.out;
     EXPECT_EQ(result.err, "morvane: Import failed: Unsupported media type.\n");
 
@@ -73,7 +76,8 @@ TEST_F(MorvaneProjectVerbs, newImportAndInfoLeaveTheOriginalsAsTheyWere) {
     EXPECT_EQ(readWholeFile(voice), voiceBytes);
 
     // The project is remembered as a recent one; the failure is in the launch log.
-    const Json preferences = parseJson(readWholeFile(dir.path() / "config" / "morvane" / "preferences.json"), "prefs");
+    const Json preferences =
+        parseJson(readWholeFile(dir.path() / "config" / "morvane" / "preferences.json"), "prefs");
     EXPECT_EQ(preferences["morvane.recentProjects"], Json::array({bundle.string()}));
     const std::string log = readWholeFile(dir.path() / "data" / "Morvane" / "launch.log");
     EXPECT_NE(log.find("Z Import failed: Unsupported media type.\n"), std::string::npos) << log;
@@ -94,7 +98,8 @@ TEST_F(MorvaneProjectVerbs, damagedOrNewerProjectsAreRefusedWithTheReason) {
     } cases[] = {
         {R"({"name": "Old", "version": 7})",
          "morvane: This project requires a newer version of Morvane (format v7).\n"},
-        {R"({"name": "Old", "timeline": {"tracks": 3}})", "morvane: project.json: /timeline/frameDuration: required key is missing\n"},
+        {R"({"name": "Old", "timeline": {"tracks": 3}})",
+         "morvane: project.json: /timeline/frameDuration: required key is missing\n"},
         {R"({"name": "Ol)", "morvane: project.json: not valid JSON: "},
     };
     for (const auto& c : cases) {
@@ -114,14 +119,14 @@ TEST_F(MorvaneProjectVerbs, cutOnAProjectKeepsWhatCutOnTheRecordingKeepsAndSaves
                                            "sine=frequency=220:duration=41", "-ac", "1", recording.string()});
     ASSERT_EQ(made.exitCode, 0) << made.err;
     const std::string recordingBytes = readWholeFile(recording);
-    const std::string transcriptPath = (testing::sourceDir() / "samples" / "talk.transcript.json").string();
+    const std::string transcriptPath = (testing::sourceDir() / "samples" / "script.transcript.json").string();
 
     // The recording and its transcript as a project: imported, then transcribed as a recognizer would.
     const fs::path bundle = dir.path() / "Talk.morvane";
     ASSERT_EQ(runMorvane({"project", "new", bundle.string()}).exitCode, 0);
     ASSERT_EQ(runMorvane({"project", "import", bundle.string(), recording.string()}).exitCode, 0);
-    const auto segmented =
-        runMorvane({"segment", transcriptPath, "--media", (bundle / "Media" / "talk.wav").string(), "--json"});
+    const auto segmented = runMorvane(
+        {"segment", transcriptPath, "--media", (bundle / "Media" / "talk.wav").string(), "--json"});
     ASSERT_EQ(segmented.exitCode, 0) << segmented.err;
     Json manifest = parseJson(readWholeFile(bundle / "project.json"), "project.json");
     manifest["transcript"] = parseJson(readWholeFile(transcriptPath), "transcript");
@@ -131,8 +136,8 @@ TEST_F(MorvaneProjectVerbs, cutOnAProjectKeepsWhatCutOnTheRecordingKeepsAndSaves
 
     const fs::path filePlan = dir.path() / "file.json";
     const fs::path projectPlan = dir.path() / "project.json";
-    auto result = runMorvane({"cut", recording.string(), "--transcript", transcriptPath, "--command", "cleanUp",
-                              "--accept", "--plan-out", filePlan.string()});
+    auto result = runMorvane({"cut", recording.string(), "--transcript", transcriptPath, "--command",
+                              "cleanUp", "--accept", "--plan-out", filePlan.string()});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     result = runMorvane(
         {"cut", bundle.string(), "--command", "cleanUp", "--accept", "--plan-out", projectPlan.string()});
@@ -167,7 +172,6 @@ TEST_F(MorvaneProjectVerbs, transcribingAnEmptyProjectOrAnUnknownSourceIsRefused
     result = runMorvane({"project", "transcribe", bundle.string(), "--source", "src4"});
     EXPECT_EQ(result.exitCode, 2);
 }
-
 
 // pocketsphinx over flite speech: slow, hence a suite of its own labelled media.
 using MorvaneProjectVerbsMedia = MorvaneProjectVerbs;

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 using testing::runMorvane;
 
 std::string sampleTranscript() {
-    return (testing::sourceDir() / "samples" / "talk.transcript.json").string();
+    return (testing::sourceDir() / "samples" / "script.transcript.json").string();
 }
 
 TEST(MorvaneShorts, listsTheSampleTalksPassagesBestFirst) {
