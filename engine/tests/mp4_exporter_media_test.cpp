@@ -331,6 +331,8 @@ TEST_F(MP4ExporterMedia, aStopOrABrokenSourceMidEncodeEndsEveryThreadAndPresents
     } cases[] = {
         {"stopped as encoding starts", source(), 0.42, std::nullopt},
         {"stopped near the end", source(), 0.9, std::nullopt},
+        // The last report comes once the movie is in place: a stop then still takes it away.
+        {"stopped as it ends", source(), 0.999, std::nullopt},
         {"broken source", broken, 2.0,
          "Media reader failed: broken.mp4 has no picture at 5.000 s"},
     };

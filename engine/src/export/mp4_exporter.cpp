@@ -370,7 +370,15 @@ RenderReport MP4Exporter::render(const EditPlan& plan, const std::filesystem::pa
          .loudnessTarget = options.audio.loudnessTarget},
         [&](double p) { report(std::min(std::max(p, 0.0) * 0.66 + 0.34, 1.0)); }, stop);
 
-    const double duration = ffmpeg::durationSeconds(*ffmpeg::openInput(to, &stop));
+    double duration = 0.0;
+    try {
+        duration = ffmpeg::durationSeconds(*ffmpeg::openInput(to, &stop));
+    } catch (...) {
+        // Stopped (or unreadable) after the movie was put in place: it is not presented as done.
+        std::error_code ignored;
+        std::filesystem::remove(to, ignored);
+        throw;
+    }
     const std::int64_t frames = frameCount(duration, plan.timeline.resolvedFormat().frameDuration);
     report(1.0);
     return {to.string(), duration, frames};
