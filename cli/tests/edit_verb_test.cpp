@@ -9,8 +9,8 @@
 #include "morvane/engine/support/files.hpp"
 #include "morvane/engine/support/json.hpp"
 #include "morvane/testing/process.hpp"
-#include "morvane/testing/scoped_environment.hpp"
 #include "morvane/testing/temp_dir.hpp"
+#include "own_user_folders.hpp"
 
 namespace morvane {
 namespace {
@@ -23,15 +23,8 @@ double seconds(const Json& time) {
     return time["value"].get<double>() / time["timescale"].get<double>();
 }
 
-class MorvaneEdit : public ::testing::Test {
+class MorvaneEdit : public testing::OwnUserFoldersTest {
   protected:
-    testing::TempDir dir;
-    testing::ScopedEnvironment env;
-
-    void SetUp() override {
-        env.set("XDG_CONFIG_HOME", (dir.path() / "config").c_str());
-        env.set("XDG_DATA_HOME", (dir.path() / "data").c_str());
-    }
     static fs::path sample() { return testing::sourceDir() / "samples" / "talk.mp4"; }
 };
 

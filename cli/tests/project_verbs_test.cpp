@@ -7,9 +7,9 @@
 #include "morvane/engine/plan/edit_plan_coding.hpp"
 #include "morvane/engine/support/files.hpp"
 #include "morvane/testing/process.hpp"
-#include "morvane/testing/scoped_environment.hpp"
 #include "morvane/testing/synthetic_media.hpp"
 #include "morvane/testing/temp_dir.hpp"
+#include "own_user_folders.hpp"
 
 namespace morvane {
 namespace {
@@ -17,17 +17,8 @@ namespace {
 namespace fs = std::filesystem;
 using testing::runMorvane;
 
-// Every run keeps its preferences and launch log in the test's own folders.
-class MorvaneProjectVerbs : public ::testing::Test {
+class MorvaneProjectVerbs : public testing::OwnUserFoldersTest {
   protected:
-    testing::TempDir dir;
-    testing::ScopedEnvironment env;
-
-    void SetUp() override {
-        env.set("XDG_CONFIG_HOME", (dir.path() / "config").c_str());
-        env.set("XDG_DATA_HOME", (dir.path() / "data").c_str());
-    }
-
     Json info(const fs::path& bundle) {
         const auto result = runMorvane({"project", "info", bundle.string(), "--json"});
         EXPECT_EQ(result.exitCode, 0) << result.err;

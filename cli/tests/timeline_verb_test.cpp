@@ -7,9 +7,9 @@
 #include "morvane/engine/support/files.hpp"
 #include "morvane/engine/support/json.hpp"
 #include "morvane/testing/process.hpp"
-#include "morvane/testing/scoped_environment.hpp"
 #include "morvane/testing/synthetic_media.hpp"
 #include "morvane/testing/temp_dir.hpp"
+#include "own_user_folders.hpp"
 
 namespace morvane {
 namespace {
@@ -26,15 +26,12 @@ struct Span {
     double start, end, sourceIn, sourceOut;
 };
 
-class MorvaneTimelineVerb : public ::testing::Test {
+class MorvaneTimelineVerb : public testing::OwnUserFoldersTest {
   protected:
-    testing::TempDir dir;
-    testing::ScopedEnvironment env;
     fs::path bundle;
 
     void SetUp() override {
-        env.set("XDG_CONFIG_HOME", (dir.path() / "config").c_str());
-        env.set("XDG_DATA_HOME", (dir.path() / "data").c_str());
+        OwnUserFoldersTest::SetUp();
         const fs::path movie = testing::makeMovie(
             dir.path() / "talk.mp4", 10.0,
             testing::writeWav(dir.path() / "talk.wav", testing::tone(220, 0.5, 10.0, 48000), 1, 48000));

@@ -236,19 +236,19 @@ TEST(EditPlanCoding, failuresSayWhere) {
 TEST(EditPlanCoding, sourceURLsResolveAgainstThePlansFolder) {
     EditPlan plan = richPlan();
     const std::pair<const char*, const char*> cases[] = {
-        {"media/a.mov", "file:///work/talk/media/a.mov"},
+        {"media/a.mov", "file:///home/me/talk/media/a.mov"},
         {"/abs/b.mov", "/abs/b.mov"},
         {"file:///elsewhere/c.mov", "file:///elsewhere/c.mov"},
-        {"https://example.com/d.mov", "file:///work/talk/https:/example.com/d.mov"},
-        {"../shared/./e.mov", "file:///work/shared/e.mov"},
-        {"take 2 #1?.mov", "file:///work/talk/take%202%20%231%3F.mov"},
-        {"caf\xc3\xa9.mov", "file:///work/talk/caf%C3%A9.mov"},
-        {"C:\\clips\\f.mov", "file:///work/talk/C:%5Cclips%5Cf.mov"},
+        {"https://example.com/d.mov", "file:///home/me/talk/https:/example.com/d.mov"},
+        {"../shared/./e.mov", "file:///home/me/shared/e.mov"},
+        {"take 2 #1?.mov", "file:///home/me/talk/take%202%20%231%3F.mov"},
+        {"caf\xc3\xa9.mov", "file:///home/me/talk/caf%C3%A9.mov"},
+        {"C:\\clips\\f.mov", "file:///home/me/talk/C:%5Cclips%5Cf.mov"},
     };
     plan.sources.clear();
     for (const auto& [url, resolved] : cases)
         plan.sources.push_back({"s", url, "1/30", false, std::nullopt});
-    const EditPlan resolvedPlan = EditPlanCoding::resolveSourceURLs(plan, "/work/talk");
+    const EditPlan resolvedPlan = EditPlanCoding::resolveSourceURLs(plan, "/home/me/talk");
     ASSERT_EQ(resolvedPlan.sources.size(), std::size(cases));
     for (std::size_t i = 0; i < std::size(cases); ++i)
         EXPECT_EQ(resolvedPlan.sources[i].url, cases[i].second) << cases[i].first;

@@ -43,31 +43,15 @@ void addCutVerb(CLI::App& app, RunState& state) {
         ->check(CLI::ExistingPath);
     verb->add_option("--transcript", options->transcript,
                      "The recording's transcript (JSON); a project has its own");
-    auto* command = verb->add_option("--command", options->command, "A command id, such as cleanUp");
-    auto* typed =
-        verb->add_option("--instruction", options->instruction, "An instruction as a user would type it");
-    command->excludes(typed);
-    verb->add_option("--target-seconds", options->targetSeconds,
-                     "With --command shortCut60s: the length to pack to (60 when absent)")
-        ->check(CLI::PositiveNumber)
-        ->needs(command);
+    addCommandOptions(*verb, options->command, options->instruction, options->targetSeconds);
     auto* accept = verb->add_flag("--accept", options->accept, "Accept the rough cut");
     verb->add_flag("--reject", options->reject, "Reject the rough cut")->excludes(accept);
     verb->add_option("--plan-out", options->planOut, "Write the resulting edit plan here");
     verb->add_option("--model-url", options->modelURL, "Language model server API root");
     verb->add_flag("--json", options->json, "Print the chat, the status and the keep list as JSON");
     verb->callback([options, &state] {
-        if (!options->command && !options->instruction)
-            throw CLI::RequiredError("--command or --instruction");
-        std::optional<AssistantCommandID> commandID;
-        if (options->command) {
-            commandID = intelligence::kAssistantCommandIDNames.parse(*options->command);
-            if (!commandID)
-                throw CLI::ValidationError("--command", "unknown command id " + *options->command);
-        }
-        if (options->targetSeconds && commandID != AssistantCommandID::shortCut60s)
-            throw CLI::ValidationError("--target-seconds",
-                                       "only the short cut (shortCut60s) packs to a length");
+        const std::optional<AssistantCommandID> commandID =
+            requestedCommand(options->command, options->instruction, options->targetSeconds);
         const bool project = isProjectBundle(options->media);
         if (project && !options->transcript.empty())
             throw CLI::ValidationError("--transcript", "a project keeps its own transcript");

@@ -194,14 +194,7 @@ void addEditVerb(CLI::App& app, RunState& /*state*/) {
     auto* verb = app.add_subcommand(
         "edit", "The main job: transcribe a recording, cut it with a command, export the cut with captions");
     verb->add_option("file", options->media, "The recording")->required()->check(CLI::ExistingFile);
-    auto* command = verb->add_option("--command", options->command, "A command id, such as cleanUp");
-    auto* typed =
-        verb->add_option("--instruction", options->instruction, "An instruction as a user would type it");
-    command->excludes(typed);
-    verb->add_option("--target-seconds", options->targetSeconds,
-                     "With --command shortCut60s: the length to pack to (60 when absent)")
-        ->check(CLI::PositiveNumber)
-        ->needs(command);
+    addCommandOptions(*verb, options->command, options->instruction, options->targetSeconds);
     verb->add_option("-o,--output", options->output, "The movie to write (.mp4, or .mov for ProRes)")
         ->required();
     verb->add_option("--project", options->project,
@@ -221,17 +214,8 @@ void addEditVerb(CLI::App& app, RunState& /*state*/) {
     verb->add_flag("--burn-in", options->burnIn, "Draw the captions into the picture as well");
     verb->add_flag("--json", options->json, "Print the summary as JSON");
     verb->callback([options] {
-        if (!options->command && !options->instruction)
-            throw CLI::RequiredError("--command or --instruction");
-        std::optional<AssistantCommandID> commandID;
-        if (options->command) {
-            commandID = intelligence::kAssistantCommandIDNames.parse(*options->command);
-            if (!commandID)
-                throw CLI::ValidationError("--command", "unknown command id " + *options->command);
-        }
-        if (options->targetSeconds && commandID != AssistantCommandID::shortCut60s)
-            throw CLI::ValidationError("--target-seconds",
-                                       "only the short cut (shortCut60s) packs to a length");
+        const std::optional<AssistantCommandID> commandID =
+            requestedCommand(options->command, options->instruction, options->targetSeconds);
         runMainJob(*options, commandID);
     });
 }

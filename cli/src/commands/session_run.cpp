@@ -4,6 +4,7 @@
 
 #include <iostream>
 
+#include "cli.hpp"
 #include "morvane/app/project/recent_projects_store.hpp"
 #include "morvane/app/timeline/timeline_plan_bridge.hpp"
 #include "morvane/engine/support/preferences_store.hpp"
@@ -35,6 +36,32 @@ void runRequest(const ProjectSession& session, const std::string& label,
         if (request && request->isFinished()) loop.quit();
     });
     loop.run();
+}
+
+void addCommandOptions(CLI::App& verb, std::optional<std::string>& command,
+                       std::optional<std::string>& instruction, std::optional<double>& targetSeconds) {
+    auto* id = verb.add_option("--command", command, "A command id, such as cleanUp");
+    auto* typed = verb.add_option("--instruction", instruction, "An instruction as a user would type it");
+    id->excludes(typed);
+    verb.add_option("--target-seconds", targetSeconds,
+                    "With --command shortCut60s: the length to pack to (60 when absent)")
+        ->check(CLI::PositiveNumber)
+        ->needs(id);
+}
+
+std::optional<intelligence::AssistantCommandID> requestedCommand(
+    const std::optional<std::string>& command, const std::optional<std::string>& instruction,
+    const std::optional<double>& targetSeconds) {
+    using intelligence::AssistantCommandID;
+    if (!command && !instruction) throw CLI::RequiredError("--command or --instruction");
+    std::optional<AssistantCommandID> id;
+    if (command) {
+        id = intelligence::kAssistantCommandIDNames.parse(*command);
+        if (!id) throw CLI::ValidationError("--command", "unknown command id " + *command);
+    }
+    if (targetSeconds && id != AssistantCommandID::shortCut60s)
+        throw CLI::ValidationError("--target-seconds", "only the short cut (shortCut60s) packs to a length");
+    return id;
 }
 
 bool isProjectBundle(const std::filesystem::path& path) {

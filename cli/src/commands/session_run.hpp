@@ -14,6 +14,11 @@
 
 #include "morvane/app/pipeline/project_pipeline.hpp"
 #include "morvane/app/project/project_bundle_io.hpp"
+#include "morvane/intelligence/instruction/assistant_command.hpp"
+
+namespace CLI {
+class App;
+}
 
 namespace morvane::cli {
 
@@ -29,6 +34,17 @@ struct TerminalDelegate final : app::UserInterfaceDelegate {
 void runRequest(const app::ProjectSession& session, const std::string& label,
                 const std::function<std::shared_ptr<app::PipelineRequest>(app::MainLoop&)>& start,
                 const std::atomic<double>* progress = nullptr);
+
+/// Adds `--command ID` or `--instruction TEXT` (one of them) and `--target-seconds` (with `--command`) to
+/// `verb`, filling the three.
+void addCommandOptions(CLI::App& verb, std::optional<std::string>& command,
+                       std::optional<std::string>& instruction, std::optional<double>& targetSeconds);
+/// The command a verb was asked for by `--command` (none for an `--instruction`). Throws the command
+/// line's error when neither is given, the id is unknown, or `--target-seconds` comes with another
+/// command than the short cut.
+[[nodiscard]] std::optional<intelligence::AssistantCommandID> requestedCommand(
+    const std::optional<std::string>& command, const std::optional<std::string>& instruction,
+    const std::optional<double>& targetSeconds);
 
 /// Whether `path` names a project bundle rather than a media file.
 [[nodiscard]] bool isProjectBundle(const std::filesystem::path& path);
