@@ -15,6 +15,9 @@ packages=(
   libswresample-dev libavutil-dev ffmpeg libfftw3-dev librubberband-dev
   # drawing: the pointer of screen recordings
   libcairo2-dev
+  # subject detection for auto-reframe: three OpenCV modules and their Haar cascades (not the whole of
+  # libopencv-dev, which brings every module and a desktop toolkit)
+  libopencv-core-dev libopencv-imgproc-dev libopencv-objdetect-dev opencv-data
   # speech, the local language model client and its test server
   libpocketsphinx-dev pocketsphinx-en-us libcurl4-openssl-dev libcpp-httplib-dev
   # pocketsphinx's own command-line decoder: the baseline bench/transcription.sh measures against

@@ -103,7 +103,10 @@ TEST(ShortsProjectBuilder, makesAVerticalProjectOfThePassageAndLeavesTheParentAl
     };
     const auto counter = std::make_shared<Counter>(&changes);
     shortSession.addObserver(counter);
-    ShortsProjectBuilder::populateShortProject(parent, lastTwoSentences(), shortSession);
+    ManualMainLoop loop;
+    const auto built = ShortsProjectBuilder::populateShortProject(parent, lastTwoSentences(), shortSession,
+                                                                  {.mainLoop = loop});
+    ASSERT_TRUE(loop.runUntil([&] { return built->isFinished(); }));
 
     EXPECT_EQ(shortSession.projectName, "It works. Thanks for watching.");
     EXPECT_EQ(shortSession.mediaURL, parent.mediaURL);
@@ -149,7 +152,6 @@ TEST(ShortsProjectBuilder, makesAVerticalProjectOfThePassageAndLeavesTheParentAl
     EXPECT_EQ(parent.transcript->words.size(), 10u);
 
     // The short is a project that takes assistant commands of its own.
-    ManualMainLoop loop;
     const auto request = ProjectPipeline::applyCommand(shortSession, ID::cleanUp, {.mainLoop = loop});
     ASSERT_TRUE(loop.runUntil([&] { return request->isFinished(); }));
     loop.runPending();
@@ -163,7 +165,10 @@ TEST(ShortsProjectBuilder, mediaOfABundledParentIsFoundFromTheShort) {
     parent.projectURL = bundle.path();
     parent.mediaBin[0].urlPath = "Media/talk.mp4";
     ProjectSession shortSession;
-    ShortsProjectBuilder::populateShortProject(parent, lastTwoSentences(), shortSession);
+    ManualMainLoop loop;
+    const auto built = ShortsProjectBuilder::populateShortProject(parent, lastTwoSentences(), shortSession,
+                                                                  {.mainLoop = loop});
+    ASSERT_TRUE(loop.runUntil([&] { return built->isFinished(); }));
     const std::filesystem::path path = shortSession.mediaBin[0].urlPath;
     EXPECT_TRUE(path.is_absolute()) << path;
     EXPECT_EQ(path.filename(), "talk.mp4");
@@ -183,7 +188,8 @@ TEST(ShortsProjectBuilder, refusesAPassageItCannotPlaceAndChangesNothing) {
         ProjectSession target;
         target.projectName = "Keep me";
         try {
-            ShortsProjectBuilder::populateShortProject(*from, candidate, target);
+            ManualMainLoop loop;
+            (void)ShortsProjectBuilder::populateShortProject(*from, candidate, target, {.mainLoop = loop});
             ADD_FAILURE();
         } catch (const ShortProjectError& e) {
             EXPECT_STREQ(e.what(), "Could not create timeline.");

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <numbers>
 #include <random>
@@ -148,6 +149,34 @@ std::filesystem::path makeMovie(const std::filesystem::path& output, double seco
         if (audio && (extension == ".mp4" || extension == ".mov")) args.insert(args.end(), {"-c:a", "aac"});
     }
     args.insert(args.end(), {"-t", duration, output.string()});
+    runFfmpeg(args);
+    return output;
+}
+
+std::filesystem::path makeMovingSquareMovie(const std::filesystem::path& output, double seconds,
+                                            const MovingSquareOptions& options) {
+    const std::string duration = std::to_string(seconds);
+    char grey[16];
+    std::snprintf(grey, sizeof grey, "0x%02x%02x%02x", options.background, options.background,
+                  options.background);
+    const std::string side = std::to_string(options.side);
+    std::vector<std::string> args{"-f",
+                                  "lavfi",
+                                  "-i",
+                                  std::string("color=c=") + grey + ":size=" + std::to_string(options.width) +
+                                      "x" + std::to_string(options.height) + ":rate=25:duration=" + duration,
+                                  "-f",
+                                  "lavfi",
+                                  "-i",
+                                  "color=c=white:size=" + side + "x" + side + ":rate=25"};
+    if (options.withTone)
+        args.insert(args.end(), {"-f", "lavfi", "-i", "sine=frequency=440:duration=" + duration});
+    args.insert(args.end(),
+                {"-filter_complex",
+                 "[0:v][1:v]overlay=x='(W-w)*t/" + duration + "':y=(H-h)/2:shortest=1,format=yuv420p[v]",
+                 "-map", "[v]"});
+    if (options.withTone) args.insert(args.end(), {"-map", "2:a", "-c:a", "aac"});
+    args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-t", duration, output.string()});
     runFfmpeg(args);
     return output;
 }

@@ -34,16 +34,6 @@ namespace {
 
 constexpr double kStillSeconds = 5.0;
 
-bool isCancellation(std::exception_ptr failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const OperationCancelled&) {
-        return true;
-    } catch (...) {
-        return false;
-    }
-}
-
 // "00:05", "12:40", "1:02:03": a source's length as the bin and the chat show it.
 std::string binDuration(double seconds) {
     const auto total =
@@ -54,14 +44,6 @@ std::string binDuration(double seconds) {
 
 bool isStill(const fs::path& file) {
     return engine::CompositionBuilder::isImageFile(file.string());
-}
-
-// The file a source plays from now.
-fs::path sourceFile(const ProjectSession& session, const MediaBinEntry& entry) {
-    if (entry.id == session.primarySourceID && session.mediaURL) return *session.mediaURL;
-    if (const auto it = session.extraSources.find(entry.id); it != session.extraSources.end())
-        return it->second;
-    return entry.resolvedURL(session.projectURL);
 }
 
 MediaBinEntry* findEntry(ProjectSession& session, const std::string& sourceID) {

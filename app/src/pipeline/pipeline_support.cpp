@@ -3,6 +3,7 @@
 #include <chrono>
 #include <map>
 
+#include "morvane/engine/support/cancellation.hpp"
 #include "morvane/engine/support/uuid.hpp"
 
 namespace morvane::app {
@@ -49,6 +50,23 @@ std::shared_ptr<PipelineRequest> runInBackground(MainLoop& loop, std::function<v
             });
         });
     return request;
+}
+
+std::filesystem::path sourceFile(const ProjectSession& session, const MediaBinEntry& entry) {
+    if (entry.id == session.primarySourceID && session.mediaURL) return *session.mediaURL;
+    if (const auto it = session.extraSources.find(entry.id); it != session.extraSources.end())
+        return it->second;
+    return entry.resolvedURL(session.projectURL);
+}
+
+bool isCancellation(std::exception_ptr failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const OperationCancelled&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
 }
 
 std::string describeFailure(std::exception_ptr failure) {

@@ -480,13 +480,16 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::applyInstruction(ProjectSessio
     return startCutFlow(session, context, command, trimmed);
 }
 
-void ProjectPipeline::applyTimelinePolish(ID id, ProjectSession& session, PipelineContext /*context*/) {
+void ProjectPipeline::applyTimelinePolish(ID id, ProjectSession& session, PipelineContext context) {
     // Each of these is the work of its own tool; the ones not built yet answer as unavailable commands do.
     const AssistantCommand* command = AssistantCommandCatalog::command(id);
     switch (id) {
+        case ID::autoReframe:
+            // It reports for itself when the analysis is over; the request lives until then.
+            runAutoReframe(session, context, false);
+            return;
         case ID::generateCaptions:
         case ID::chapterTitles:
-        case ID::autoReframe:
         case ID::personBackground:
         case ID::reduceNoise:
         case ID::voiceEnhancer:

@@ -1,7 +1,6 @@
 #include "morvane/app/pipeline/shorts_project_builder.hpp"
 
 #include <algorithm>
-#include <chrono>
 #include <set>
 
 #include "morvane/app/pipeline/project_pipeline.hpp"
@@ -9,6 +8,7 @@
 #include "morvane/app/timeline/timeline_plan_bridge.hpp"
 #include "morvane/engine/support/uuid.hpp"
 #include "morvane/intelligence/support/text.hpp"
+#include "pipeline/pipeline_support.hpp"
 
 namespace morvane::app::ShortsProjectBuilder {
 namespace {
@@ -80,8 +80,9 @@ std::optional<intelligence::SegmentDocument> filteredSegments(const intelligence
     return filtered;
 }
 
-void populateShortProject(const ProjectSession& parent, const intelligence::ShortsCandidate& candidate,
-                          ProjectSession& into) {
+std::shared_ptr<PipelineRequest> populateShortProject(const ProjectSession& parent,
+                                                      const intelligence::ShortsCandidate& candidate,
+                                                      ProjectSession& into, PipelineContext context) {
     // Taken first: `into` may be the parent itself.
     ParentSnapshot snapshot = ParentSnapshot::capture(parent);
     if (!snapshot.mediaURL || !(candidate.sourceEnd > candidate.sourceStart)) {
@@ -134,12 +135,16 @@ void populateShortProject(const ProjectSession& parent, const intelligence::Shor
     into.rebuildPlaybackMap();
     into.notifyChange();
 
-    into.chatMessages.push_back({.id = makeUUID(),
-                                 .role = ChatMessage::Role::assistant,
-                                 .text = "Short project \"" + candidate.title + "\" — " +
-                                         ProjectPipeline::formatTimecode(candidate.durationSeconds()) + ".",
-                                 .date = std::chrono::system_clock::now()});
-    into.notifyChange();
+    // The crop follows the speaker before the project is announced; a clip that can't be reframed stays
+    // centred and says why in the error banner.
+    const std::string announcement = "Short project \"" + candidate.title + "\" — " +
+                                     ProjectPipeline::formatTimecode(candidate.durationSeconds()) + ".";
+    ProjectSession* session = &into;
+    return ProjectPipeline::autoReframeSelectedClip(into, context, {.completion = [session, announcement] {
+                                                        appendMessage(*session, ChatMessage::Role::assistant,
+                                                                      announcement);
+                                                        session->notifyChange();
+                                                    }});
 }
 
 }  // namespace morvane::app::ShortsProjectBuilder

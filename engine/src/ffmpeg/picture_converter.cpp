@@ -2,6 +2,8 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
+
 extern "C" {
 #include <libavutil/pixdesc.h>
 }
@@ -24,6 +26,9 @@ bool isFullRange(const AVFrame& frame) {
     return frame.color_range == AVCOL_RANGE_JPEG || format == AV_PIX_FMT_YUVJ420P ||
            format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P;
 }
+
+// The widest run of pixels swscale's vector code writes at once.
+constexpr int kWriteBlockPixels = 32;
 
 bool isRGB(AVPixelFormat format) {
     const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
@@ -49,10 +54,22 @@ void PictureConverter::toRGBA(const AVFrame& frame, PixelSize size, RGBAImage& o
     }
     out.width = size.width;
     out.height = size.height;
-    out.pixels.resize(static_cast<std::size_t>(size.width) * size.height * 4);
-    std::uint8_t* planes[4] = {out.pixels.data(), nullptr, nullptr, nullptr};
-    int strides[4] = {size.width * 4, 0, 0, 0};
+    const std::size_t rowBytes = static_cast<std::size_t>(size.width) * 4;
+    out.pixels.resize(rowBytes * size.height);
+    // swscale's converters write whole blocks of pixels: a row that isn't a whole number of blocks long
+    // goes through a padded buffer, or the last row would overrun the picture (1080 columns do).
+    const int paddedWidth = (size.width + kWriteBlockPixels - 1) / kWriteBlockPixels * kWriteBlockPixels;
+    const bool direct = paddedWidth == size.width;
+    if (!direct) padded_.resize(static_cast<std::size_t>(paddedWidth) * 4 * (size.height + 1));
+    std::uint8_t* planes[4] = {direct ? out.pixels.data() : padded_.data(), nullptr, nullptr, nullptr};
+    int strides[4] = {paddedWidth * 4, 0, 0, 0};
     sws_scale(scaler_.get(), frame.data, frame.linesize, 0, frame.height, planes, strides);
+    if (!direct) {
+        for (int y = 0; y < size.height; ++y) {
+            std::copy_n(padded_.data() + static_cast<std::size_t>(y) * paddedWidth * 4, rowBytes,
+                        out.pixels.data() + static_cast<std::size_t>(y) * rowBytes);
+        }
+    }
 
     if (descriptor != nullptr && (descriptor->flags & AV_PIX_FMT_FLAG_ALPHA) != 0) {
         // swscale keeps alpha straight; the compositor blends premultiplied.

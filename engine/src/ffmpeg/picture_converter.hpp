@@ -4,6 +4,9 @@
 // The YUV matrix and range come from the picture itself; an untagged picture is read as BT.709 from 720
 // lines up and BT.601 below, as players do.
 
+#include <cstdint>
+#include <vector>
+
 #include "ffmpeg/ffmpeg_ptr.hpp"
 #include "morvane/engine/render/rgba_image.hpp"
 
@@ -28,6 +31,7 @@ class PictureConverter {
   private:
     ScalerPtr scaler_;
     ScalerPtr videoScaler_;
+    std::vector<std::uint8_t> padded_;  // rows of whole write blocks, for widths that aren't
 };
 
 }  // namespace morvane::engine::ffmpeg

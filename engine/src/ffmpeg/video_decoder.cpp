@@ -58,6 +58,10 @@ int VideoDecoder::height() const noexcept {
     return format_->streams[stream_]->codecpar->height;
 }
 
+double VideoDecoder::rotationDegrees() const noexcept {
+    return displayRotationDegrees(*format_->streams[stream_]);
+}
+
 double VideoDecoder::position() const noexcept {
     return current_ ? current_->seconds : -1.0;
 }

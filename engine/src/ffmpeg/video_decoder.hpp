@@ -39,6 +39,8 @@ class VideoDecoder {
     [[nodiscard]] int width() const noexcept;
     [[nodiscard]] int height() const noexcept;
     [[nodiscard]] bool isStill() const noexcept { return still_; }
+    /// The clockwise turn that shows the pictures upright: 0, 90, 180 or 270.
+    [[nodiscard]] double rotationDegrees() const noexcept;
 
   private:
     bool decodeNext();  // into next_; false at the end of the track

@@ -63,6 +63,21 @@ std::filesystem::path speak(const std::filesystem::path& output, const std::stri
 std::filesystem::path makeMovie(const std::filesystem::path& output, double seconds,
                                 const std::optional<std::filesystem::path>& audio = std::nullopt);
 
+/// How a moving-square movie looks.
+struct MovingSquareOptions {
+    int width = 640;
+    int height = 360;
+    int side = 60;          ///< the square's side in pixels
+    int background = 0x40;  ///< the grey level around it (the square is white)
+    bool withTone = false;  ///< a 440 Hz sine on an AAC track, for tests that export
+};
+
+/// A 25 fps H.264 movie of `seconds` in which a white square crosses a grey picture at mid-height, from
+/// touching the left edge at the start to touching the right edge at the end: its left side is at
+/// (width - side) × t / seconds. Returns `output`.
+std::filesystem::path makeMovingSquareMovie(const std::filesystem::path& output, double seconds,
+                                            const MovingSquareOptions& options = {});
+
 /// How a counter movie looks and sounds.
 struct CounterMovieOptions {
     int width = 320;

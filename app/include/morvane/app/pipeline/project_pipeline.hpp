@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -26,6 +27,7 @@
 #include "morvane/intelligence/instruction/assistant_command.hpp"
 #include "morvane/intelligence/model/language_model.hpp"
 #include "morvane/intelligence/transcription/transcription_provider.hpp"
+#include "morvane/intelligence/publish/auto_reframe_analyzer.hpp"
 #include "morvane/intelligence/publish/shorts_candidate_scorer.hpp"
 
 namespace morvane {
@@ -102,6 +104,12 @@ struct TranscribeMediaOptions {
 struct TranscribeTarget {
     MediaBinEntry entry;
     std::string reason;  ///< "preferred", "transcriptPane", "selectedClip", "primary", "firstAudio"
+};
+
+/// How auto-reframe runs beyond its clips.
+struct AutoReframeOptions {
+    double sampleInterval = intelligence::AutoReframeAnalyzer::defaultSampleInterval;  ///< seconds
+    std::function<void()> completion;  ///< once, on the main loop, when the request is over however it ended
 };
 
 struct ApplyCommandOptions {
@@ -185,6 +193,27 @@ bool renameMedia(ProjectSession& session, const std::string& sourceID, const std
 [[nodiscard]] engine::EditPlan shortEditPlan(const ProjectSession& session,
                                              const intelligence::ShortsCandidate& candidate,
                                              const engine::ProjectFormat& format);
+
+// Auto-reframe: crops that follow the subject, for a vertical canvas.
+
+/// The assistant's Auto-reframe: the selected picture clips, else those of the main picture, reframed as
+/// `autoReframeClips` does; the project switches to the shorts format first unless `formatAlreadySet`.
+std::shared_ptr<PipelineRequest> runAutoReframe(ProjectSession& session, PipelineContext context,
+                                                bool formatAlreadySet, AutoReframeOptions options = {});
+/// Finds the subject of each of `clipIDs` on a worker (a job of kind `analyzeSubject`, with progress, that
+/// the request cancels) and writes their crop keyframes on the main loop as one undoable step, together
+/// with the switch to the shorts format when `switchToShorts`. A clip that fails doesn't stop the others:
+/// the status says "Auto-reframe applied to " and how many worked; when none did, the error banner says
+/// why the first failed.
+std::shared_ptr<PipelineRequest> autoReframeClips(ProjectSession& session, std::vector<std::string> clipIDs,
+                                                  bool switchToShorts, PipelineContext context,
+                                                  AutoReframeOptions options = {});
+/// `autoReframeClips` on the selected clip, for the shorts format.
+std::shared_ptr<PipelineRequest> autoReframeSelectedClip(ProjectSession& session, PipelineContext context,
+                                                         AutoReframeOptions options = {});
+/// Gives the timeline the shorts format at the session's frame rate (making an empty timeline when there
+/// is none). Records nothing itself: call it inside an edit.
+void prepareForShorts(ProjectSession& session);
 
 /// "1:05" or "1:02:03": a duration as the chat shows it.
 [[nodiscard]] std::string formatTimecode(double seconds);

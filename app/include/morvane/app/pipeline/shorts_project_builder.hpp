@@ -6,10 +6,13 @@
 ///     auto candidates = ShortsCandidateScorer::propose(*parent.segments, &*parent.transcript, std::nullopt,
 ///                                                      5, ShortsCandidateScorer::sheetTargetDuration);
 ///     ProjectSession shortSession;
-///     ShortsProjectBuilder::populateShortProject(parent, candidates.front(), shortSession);
+///     auto request = ShortsProjectBuilder::populateShortProject(parent, candidates.front(), shortSession,
+///                                                               {.mainLoop = loop});
+///     loop.runUntil([&] { return request->isFinished(); });   // reframed, and announced in the chat
 ///     shortSession.projectName;        // "Why does my voice sound thin on every call? Most laptops…"
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -17,6 +20,7 @@
 #include <vector>
 
 #include "morvane/app/media/media_bin_entry.hpp"
+#include "morvane/app/pipeline/project_pipeline.hpp"
 #include "morvane/app/session/project_session.hpp"
 #include "morvane/intelligence/publish/shorts_candidate_scorer.hpp"
 
@@ -63,10 +67,13 @@ struct ParentSnapshot {
 /// Makes `into` a new project of `candidate`'s passage of `parent`: named after its title, the parent's
 /// media, the overlapping part of its transcript, the shorts format at the parent's frame rate and one
 /// selected storyline clip of the passage at program time zero. Media paths are made absolute, so that the
-/// short, which has no bundle yet, finds the parent's files. Throws `ShortProjectError` ("Could not create
-/// timeline.") with `into` untouched when the parent has no media or the passage has no length.
-void populateShortProject(const ProjectSession& parent, const intelligence::ShortsCandidate& candidate,
-                          ProjectSession& into);
+/// short, which has no bundle yet, finds the parent's files. Then the clip is reframed to follow its
+/// subject (`ProjectPipeline::autoReframeSelectedClip`) on a worker, and once that is over the chat
+/// announces the short. Throws `ShortProjectError` ("Could not create timeline.") with `into` untouched
+/// when the parent has no media or the passage has no length.
+std::shared_ptr<PipelineRequest> populateShortProject(const ProjectSession& parent,
+                                                      const intelligence::ShortsCandidate& candidate,
+                                                      ProjectSession& into, PipelineContext context);
 
 }  // namespace ShortsProjectBuilder
 
