@@ -31,6 +31,7 @@ void addFrameVerb(CLI::App& app, RunState& state);
 void addRenderAudioVerb(CLI::App& app, RunState& state);
 void addRenderVerb(CLI::App& app, RunState& state);
 void addShortsVerb(CLI::App& app, RunState& state);
+void addReframeVerb(CLI::App& app, RunState& state);
 void addProbeVerb(CLI::App& app, RunState& state);
 void addTranscribeVerb(CLI::App& app, RunState& state);
 void addProjectVerb(CLI::App& app, RunState& state);

@@ -28,6 +28,7 @@ int main(int argc, char** argv) {
     addRenderAudioVerb(app, state);
     addRenderVerb(app, state);
     addShortsVerb(app, state);
+    addReframeVerb(app, state);
     addProbeVerb(app, state);
     addTranscribeVerb(app, state);
     addProjectVerb(app, state);

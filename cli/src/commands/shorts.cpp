@@ -1,7 +1,8 @@
 // morvane shorts (NAME.morvane | FILE --transcript T.json | --transcript T.json [--media FILE]) [--count 5]
-// [--json] [--export N -o short.mp4 [--codec C]]: the passages of a recording that stand alone as vertical
-// shorts, best first, as the Extract Shorts sheet lists them; with --export, the N-th of them rendered on
-// its own as a vertical short.
+// [--json] [--export N -o short.mp4 [--codec C] [--reframe]]: the passages of a recording that stand alone
+// as vertical shorts, best first, as the Extract Shorts sheet lists them; with --export, the N-th of them
+// rendered on its own as a vertical short, and with --reframe made a short project first, whose crop
+// follows the speaker.
 
 #include <fmt/core.h>
 
@@ -14,6 +15,7 @@
 #include "cli.hpp"
 #include "morvane/app/pipeline/export_pipeline.hpp"
 #include "morvane/app/pipeline/project_pipeline.hpp"
+#include "morvane/app/pipeline/shorts_project_builder.hpp"
 #include "morvane/intelligence/publish/shorts_candidate_scorer.hpp"
 #include "progress.hpp"
 #include "session_run.hpp"
@@ -35,6 +37,7 @@ struct Options {
     std::optional<int> exportIndex;
     std::optional<std::string> output;
     std::string codec = "h264";
+    bool reframe = false;
 };
 
 // After a rough cut only its kept segments are offered, as the sheet does; with nothing struck, none is
@@ -85,23 +88,45 @@ void exportCandidate(const app::ProjectSession& session, const ShortsCandidate& 
     if (session.mediaURL && fs::equivalent(*session.mediaURL, output, same))
         throw CLI::ValidationError("--output", "the short must not overwrite the recording");
 
-    app::ExportRequest request;
-    request.videoSettings.codec = options.codec == "prores"
-                                      ? engine::ExportVideoCodec::proRes422
-                                      : *engine::kExportVideoCodecNames.parse(options.codec);
+    const auto codec = options.codec == "prores" ? engine::ExportVideoCodec::proRes422
+                                                 : *engine::kExportVideoCodecNames.parse(options.codec);
     std::atomic<double> progress = 0.0;
     std::exception_ptr failure;
     TerminalDelegate delegate;
-    runRequest(
-        session, "export",
-        [&](app::MainLoop& loop) {
-            return app::ProjectPipeline::exportShortCandidate(
-                session, candidate, output, {.mainLoop = loop, .delegate = &delegate},
-                {.request = request,
-                 .progress = [&](double share) { progress = share; },
-                 .completion = [&](const app::ExportOutcome& outcome) { failure = outcome.error; }});
-        },
-        &progress);
+    const auto exportOptions = [&](app::ExportRequest request) {
+        request.videoSettings.codec = codec;
+        return app::ExportMP4Options{
+            .request = request,
+            .progress = [&](double share) { progress = share; },
+            .completion = [&](const app::ExportOutcome& outcome) { failure = outcome.error; }};
+    };
+    if (options.reframe) {
+        // The short as a project of its own, as the Extract Shorts sheet makes it: its clip reframed to
+        // follow the speaker, then exported on the project's vertical canvas.
+        app::ProjectSession project;
+        runRequest(project, "reframe", [&](app::MainLoop& loop) {
+            return app::ShortsProjectBuilder::populateShortProject(session, candidate, project,
+                                                                   {.mainLoop = loop, .delegate = &delegate});
+        });
+        if (project.errorMessage)
+            fmt::print(stderr, "morvane: {} The short shows the whole picture.\n", *project.errorMessage);
+        runRequest(
+            project, "export",
+            [&](app::MainLoop& loop) {
+                return app::ProjectPipeline::exportMP4(project, output, {.mainLoop = loop, .delegate = &delegate},
+                                                       exportOptions(app::ExportRequest::defaultFor(project)));
+            },
+            &progress);
+    } else {
+        runRequest(
+            session, "export",
+            [&](app::MainLoop& loop) {
+                return app::ProjectPipeline::exportShortCandidate(session, candidate, output,
+                                                                  {.mainLoop = loop, .delegate = &delegate},
+                                                                  exportOptions({}));
+            },
+            &progress);
+    }
     // Said as any failure of the command is: "morvane: <reason>", 130 when cancelled.
     if (failure) std::rethrow_exception(failure);
     fmt::print("Short:       {} ({:.1f} s, {})\n", output.string(), candidate.durationSeconds(),
@@ -129,6 +154,8 @@ void addShortsVerb(CLI::App& app, RunState& /*state*/) {
     verb->add_option("--codec", options->codec, "h264, hevc or prores")
         ->check(CLI::IsMember({"h264", "hevc", "prores"}))
         ->capture_default_str()
+        ->needs(exportIndex);
+    verb->add_flag("--reframe", options->reframe, "Crop the short to follow the speaker (with --export)")
         ->needs(exportIndex);
     verb->callback([options] {
         const bool project = options->target && isProjectBundle(*options->target);
