@@ -113,17 +113,17 @@ void exportCandidate(const app::ProjectSession& session, const ShortsCandidate& 
         runRequest(
             project, "export",
             [&](app::MainLoop& loop) {
-                return app::ProjectPipeline::exportMP4(project, output, {.mainLoop = loop, .delegate = &delegate},
-                                                       exportOptions(app::ExportRequest::defaultFor(project)));
+                return app::ProjectPipeline::exportMP4(
+                    project, output, {.mainLoop = loop, .delegate = &delegate},
+                    exportOptions(app::ExportRequest::defaultFor(project)));
             },
             &progress);
     } else {
         runRequest(
             session, "export",
             [&](app::MainLoop& loop) {
-                return app::ProjectPipeline::exportShortCandidate(session, candidate, output,
-                                                                  {.mainLoop = loop, .delegate = &delegate},
-                                                                  exportOptions({}));
+                return app::ProjectPipeline::exportShortCandidate(
+                    session, candidate, output, {.mainLoop = loop, .delegate = &delegate}, exportOptions({}));
             },
             &progress);
     }
