@@ -6,16 +6,20 @@
 #include <filesystem>
 #include <functional>
 #include <span>
+#include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "ffmpeg/ffmpeg_ptr.hpp"
 #include "morvane/engine/export/mp4_exporter.hpp"
 
 namespace morvane::engine::ffmpeg {
 
-/// The mixed program sound: mono samples at `sampleRate`.
+/// The mixed program sound: mono samples at `sampleRate`, handed over in order by `read` (empty at the
+/// end), so that a long program is never held whole.
 struct ProgramAudio {
-    std::span<const float> samples;
+    std::function<std::span<const float>()> read;
     int sampleRate = 48000;
 };
 
@@ -25,6 +29,9 @@ struct ProgramAudio {
 class MovieMuxer {
   public:
     MovieMuxer(const std::filesystem::path& file, ExportFileType type);
+    /// A file of FFmpeg's muxer `format` ("gif"...), given `headerOptions` as it opens.
+    MovieMuxer(const std::filesystem::path& file, const char* format,
+               std::vector<std::pair<std::string, std::string>> headerOptions);
 
     /// A new stream; its parameters are filled in by the caller before `open`.
     AVStream& addStream();
@@ -37,6 +44,7 @@ class MovieMuxer {
 
   private:
     std::filesystem::path file_;
+    std::vector<std::pair<std::string, std::string>> headerOptions_;
     OutputFormatPtr output_;
 };
 
@@ -68,7 +76,15 @@ class AudioTrackEncoder {
     CodecContextPtr encoder_;
     FramePtr frame_;
     PacketPtr packet_;
-    std::size_t next_ = 0;  // the first sample not yet encoded
+    // Encodes whole frames up to sample `target`, and the short last one once `target` reaches the end.
+    void encodeTo(std::int64_t target);
+    // Pulls from the program sound until `count` samples wait or it has ended.
+    void fill(std::size_t count);
+
+    std::vector<float> waiting_;  // read, not yet encoded
+    std::size_t waitingAt_ = 0;   // the first of `waiting_` not yet encoded
+    bool ended_ = false;          // the program sound is all read
+    std::int64_t next_ = 0;       // the first sample not yet encoded
 };
 
 }  // namespace morvane::engine::ffmpeg
