@@ -135,8 +135,8 @@ std::shared_ptr<PipelineRequest> populateShortProject(const ProjectSession& pare
     into.rebuildPlaybackMap();
     into.notifyChange();
 
-    // The crop follows the speaker before the project is announced; a clip that can't be reframed stays
-    // centred and says why in the error banner.
+    // The crop follows the speaker before the project is announced; a clip that can't be reframed keeps
+    // its whole picture and the error banner says why.
     const std::string announcement = "Short project \"" + candidate.title + "\" — " +
                                      ProjectPipeline::formatTimecode(candidate.durationSeconds()) + ".";
     ProjectSession* session = &into;
