@@ -51,6 +51,13 @@ std::shared_ptr<PipelineRequest> runInBackground(MainLoop& loop, std::function<v
     return request;
 }
 
+std::filesystem::path sourceFile(const ProjectSession& session, const MediaBinEntry& entry) {
+    if (entry.id == session.primarySourceID && session.mediaURL) return *session.mediaURL;
+    if (const auto it = session.extraSources.find(entry.id); it != session.extraSources.end())
+        return it->second;
+    return entry.resolvedURL(session.projectURL);
+}
+
 std::string describeFailure(std::exception_ptr failure) {
     try {
         std::rethrow_exception(failure);

@@ -4,6 +4,7 @@
 // on a worker and come back to the main loop with its outcome, and the chat lines they write.
 
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <stop_token>
@@ -28,6 +29,9 @@ std::shared_ptr<PipelineRequest> finishedRequest();
 /// the main thread.
 std::shared_ptr<PipelineRequest> runInBackground(MainLoop& loop, std::function<void(std::stop_token)> work,
                                                  std::function<void(std::exception_ptr)> finish);
+
+/// The file source `entry` plays from now: the primary's media, an extra source's file, or the entry's own.
+[[nodiscard]] std::filesystem::path sourceFile(const ProjectSession& session, const MediaBinEntry& entry);
 
 /// What a caught failure says to the user: its `what()`.
 [[nodiscard]] std::string describeFailure(std::exception_ptr failure);
