@@ -247,13 +247,15 @@ TEST_F(ProxyGeneratorMedia, aLargeMovieBecomesA960By540Proxy) {
     EXPECT_EQ(std::distance(fs::directory_iterator(proxy.parent_path()), fs::directory_iterator()), 1);
 }
 
-TEST_F(ProxyGeneratorMedia, sourcesWithoutAPictureAreRefusedAndLeaveNothing) {
+TEST_F(ProxyGeneratorMedia, sourcesWithoutAnUnturnedPictureAreRefusedAndLeaveNothing) {
     const fs::path voice =
         testing::writeWav(dir.path() / "voice.wav", std::vector<float>(4800, 0.1f), 1, 48000);
     const fs::path proxy = dir.path() / "out" / "proxy.mov";
     const std::pair<fs::path, const char*> cases[] = {
         {voice, "Export failed: Source is not compatible with the proxy preset"},
         {dir.write("notes.mov", "not a movie"),
+         "Export failed: Source is not compatible with the proxy preset"},
+        {testing::makeCounterMovie(dir.path() / "upright.mp4", 0.2, {.rotationDegrees = 90}),
          "Export failed: Source is not compatible with the proxy preset"},
     };
     for (const auto& [source, message] : cases) {

@@ -6,6 +6,7 @@
 #include "morvane/app/media/media_bin_entry.hpp"
 #include "morvane/engine/cache/media_cache_store.hpp"
 #include "morvane/engine/cache/proxy_generator.hpp"
+#include "pipeline/pipeline_support.hpp"
 
 namespace morvane::app {
 
@@ -41,6 +42,16 @@ std::optional<fs::path> ProxyStore::proxyURL(const fs::path& file) {
     if (!fs::is_regular_file(proxy, error)) return std::nullopt;
     memo_[source.string()] = proxy;
     return proxy;
+}
+
+std::map<std::string, std::string> ProxyStore::proxyOverrides(const ProjectSession& session) {
+    std::map<std::string, std::string> overrides;
+    for (const auto& entry : session.mediaBin) {
+        if (!entry.hasVideo) continue;
+        if (const auto proxy = proxyURL(sourceFile(session, entry)))
+            overrides.emplace(entry.id, proxy->string());
+    }
+    return overrides;
 }
 
 bool ProxyStore::scheduleIfNeeded(const fs::path& file, const std::string& sourceID,

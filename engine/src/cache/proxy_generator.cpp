@@ -28,7 +28,10 @@ CompositionBuildResult wholeSource(const fs::path& url, const std::stop_token& s
     const std::array<std::string, 1> ids{source.id};
     const CompositionSourceInfo info =
         CompositionBuilder::loadSourceMetadata(sources, ids, {}, stop).at(source.id);
-    if (!info.hasVideo || info.isStill || !(info.videoDuration > RationalTime::zero))
+    // A turned picture (a phone held upright) plays from its original: the proxy's frames would lose the
+    // turn.
+    if (!info.hasVideo || info.isStill || !(info.videoDuration > RationalTime::zero) ||
+        !(info.preferredTransform == AffineTransform::identity()))
         throw EngineError::exportFailed("Source is not compatible with the proxy preset");
     CompositionBuildResult build;
     build.renderSize = {static_cast<int>(info.naturalSize.width), static_cast<int>(info.naturalSize.height)};
@@ -36,7 +39,6 @@ CompositionBuildResult wholeSource(const fs::path& url, const std::stop_token& s
     Composition& composition = build.composition;
     CompositionTrack& video =
         *composition.mutableTrack(composition.addMutableTrack(CompositionMediaType::video));
-    video.preferredTransform = info.preferredTransform;
     video.insertTimeRange({RationalTime::zero, info.videoDuration}, CompositionSource::media(info.path),
                           RationalTime::zero);
     if (info.hasAudio && info.audioDuration > RationalTime::zero) {

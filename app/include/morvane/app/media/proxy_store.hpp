@@ -41,6 +41,10 @@ class ProxyStore {
     /// there and no newer than the source's last change. Call on the main thread.
     [[nodiscard]] std::optional<std::filesystem::path> proxyURL(const std::filesystem::path& file);
 
+    /// The proxies that exist for the session's sources with a picture, by source id: what a player plays
+    /// instead of them. Call on the main thread.
+    [[nodiscard]] std::map<std::string, std::string> proxyOverrides(const ProjectSession& session);
+
     /// Starts making the proxy of `file` (source `sourceID` of `session`) when its picture is larger than
     /// the limit and neither a proxy nor its generation exists yet. Returns whether it started. Call on the
     /// main thread.

@@ -68,17 +68,17 @@ class MediaJobScheduler {
 /// `acquired()` is false when `stop` ended the wait; nothing is then held.
 class MediaJobSlot {
   public:
-    MediaJobSlot(FifoSlots& slots, std::stop_token stop)
-        : slots_(slots), held_(slots.acquire(std::move(stop))) {}
+    MediaJobSlot(FifoSlots& pool, std::stop_token stop)
+        : pool_(pool), held_(pool.acquire(std::move(stop))) {}
     ~MediaJobSlot() {
-        if (held_) slots_.release();
+        if (held_) pool_.release();
     }
     MediaJobSlot(const MediaJobSlot&) = delete;
     MediaJobSlot& operator=(const MediaJobSlot&) = delete;
     [[nodiscard]] bool acquired() const noexcept { return held_; }
 
   private:
-    FifoSlots& slots_;
+    FifoSlots& pool_;
     bool held_;
 };
 

@@ -25,7 +25,7 @@ inline constexpr PixelSize proxyMaxSize{960, 540};
 
 /// Writes the proxy of `url` to `to`, replacing any old file; on any failure or a stop nothing is left at
 /// `to`. Throws `EngineError::missingFile`; `exportFailed` with "Source is not compatible with the proxy
-/// preset" (no picture, or not a movie), "Could not create proxy export session" (the output can't be
+/// preset" (no picture, a turned picture, or not a movie), "Could not create proxy export session" (the output can't be
 /// prepared) or "Proxy generation failed: " and the reason; and `OperationCancelled`.
 void generate(const std::filesystem::path& url, const std::filesystem::path& to,
               const ProgressCallback& progress = {}, std::stop_token stop = {});
