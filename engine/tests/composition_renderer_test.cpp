@@ -10,6 +10,7 @@
 #include <functional>
 #include <numbers>
 
+#include "morvane/engine/composition/audio_mix_stream.hpp"
 #include "morvane/engine/engine_error.hpp"
 #include "morvane/testing/synthetic_media.hpp"
 #include "morvane/testing/temp_dir.hpp"
@@ -336,6 +337,51 @@ TEST_F(CompositionRendererMedia, musicDucksUnderSpeechAndOverlaysMixAtTheirLevel
     EXPECT_NEAR(rms(std::span(mix.samples).subspan(60000, 24000)), full * 0.25, 0.005);  // 1.25–1.75 s
     EXPECT_NEAR(rms(std::span(mix.samples).subspan(120000, 24000)), full, 0.01);         // 2.5–3 s
     EXPECT_NEAR(frequency(std::span(mix.samples).subspan(12000, 24000), 48000), 660.0, 3.0);
+}
+
+TEST_F(CompositionRendererMedia, theSoundStreamedInAnyBlockSizeIsTheWholeMix) {
+    // Cuts, a speed change, music over the cut on another track with ducking: every block size must give
+    // the samples of the whole mix, including where a segment starts or ends inside a block.
+    EditPlanOperation music{.type = "clip",
+                            .sourceID = "b",
+                            .start = secs(2.0),
+                            .end = secs(6.0),
+                            .timelineStart = secs(0.5),
+                            .trackID = "audio",
+                            .audioGain = 0.5};
+    auto options = AudioFinishingOptions::preview();
+    options.speechSpans = {{at(1.0), at(2.0)}};
+    const CompositionBuildResult build = CompositionBuilder::build(
+        plan({keep("a", 0.0, 1.0), keep("a", 1.37, 2.37), keep("b", 3.0, 4.0, 2.0), keep("a", 8.0, 9.5), music}),
+        options);
+    CompositionRenderer renderer(build);
+    const PCMBuffer whole = renderer.renderAudio({.sampleRate = 48000});
+    ASSERT_EQ(whole.samples.size(), 216000u);  // the music runs on to 4.5 s
+    for (const std::size_t block : {std::size_t{1000}, std::size_t{4801}, std::size_t{48000 * 10}}) {
+        AudioMixStream stream(build, {.sampleRate = 48000}, {}, block);
+        EXPECT_EQ(stream.totalSamples(), static_cast<std::int64_t>(whole.samples.size()));
+        std::vector<float> streamed;
+        for (auto samples = stream.read(); !samples.empty(); samples = stream.read()) {
+            EXPECT_LE(samples.size(), block);
+            streamed.insert(streamed.end(), samples.begin(), samples.end());
+        }
+        EXPECT_EQ(streamed, whole.samples) << "blocks of " << block;
+    }
+
+    // A range is the same stretch of program: the sound 1.5 s to 3.5 s in.
+    AudioMixStream ranged(build, {.sampleRate = 48000, .range = TimeSpan{at(1.5), at(3.5)}}, {}, 7000);
+    std::vector<float> part;
+    for (auto samples = ranged.read(); !samples.empty(); samples = ranged.read())
+        part.insert(part.end(), samples.begin(), samples.end());
+    ASSERT_EQ(part.size(), 96000u);
+    for (std::size_t i = 0; i < part.size(); i += 997)
+        ASSERT_NEAR(part[i], whole.samples[72000 + i], 1e-4) << i;
+
+    std::stop_source stop;
+    AudioMixStream stopped(build, {.sampleRate = 48000}, stop.get_token(), 4800);
+    (void)stopped.read();
+    stop.request_stop();
+    EXPECT_THROW((void)stopped.read(), OperationCancelled);
 }
 
 }  // namespace

@@ -1,13 +1,12 @@
 #include "morvane/engine/composition/composition_renderer.hpp"
 
-#include <rubberband/RubberBandStretcher.h>
-
 #include <algorithm>
 #include <cmath>
 #include <map>
 
 #include "ffmpeg/decoded_picture.hpp"
 #include "ffmpeg/video_decoder.hpp"
+#include "morvane/engine/composition/audio_mix_stream.hpp"
 #include "morvane/engine/engine_error.hpp"
 #include "morvane/engine/render/morvane_video_compositor.hpp"
 
@@ -18,73 +17,6 @@ namespace {
 constexpr double kSamePictureSeconds = 1e-6;
 // Decoders kept per file: enough for a source shown twice at once plus one that seeks ahead.
 constexpr std::size_t kDecodersPerFile = 3;
-constexpr std::size_t kStretchBlock = 4096;
-
-// Stretches `input` to exactly `outputCount` samples keeping its pitch (Rubber Band's phase vocoder, in
-// its streaming mode so a long clip is never held twice).
-void stretchKeepingPitch(std::span<const float> input, std::size_t outputCount, int sampleRate,
-                         std::vector<float>& out) {
-    out.clear();
-    if (input.empty() || outputCount == 0) {
-        out.assign(outputCount, 0.0f);
-        return;
-    }
-    using RubberBand::RubberBandStretcher;
-    RubberBandStretcher stretcher(static_cast<std::size_t>(sampleRate), 1,
-                                  RubberBandStretcher::OptionProcessRealTime |
-                                      RubberBandStretcher::OptionThreadingNever |
-                                      RubberBandStretcher::OptionEngineFaster,
-                                  static_cast<double>(outputCount) / static_cast<double>(input.size()));
-    stretcher.setMaxProcessSize(kStretchBlock);
-    std::size_t skip = stretcher.getStartDelay();
-    std::vector<float> block(kStretchBlock, 0.0f);
-    const auto collect = [&] {
-        for (int available = stretcher.available(); available > 0; available = stretcher.available()) {
-            const auto n = std::min<std::size_t>(static_cast<std::size_t>(available), block.size());
-            float* channels[1] = {block.data()};
-            const std::size_t got = stretcher.retrieve(channels, n);
-            std::size_t from = std::min(skip, got);
-            skip -= from;
-            out.insert(out.end(), block.begin() + static_cast<std::ptrdiff_t>(from),
-                       block.begin() + static_cast<std::ptrdiff_t>(got));
-        }
-    };
-    // Silence ahead of the input lets the stretcher start at full strength on the first sample.
-    for (std::size_t pad = stretcher.getPreferredStartPad(); pad > 0;) {
-        const std::size_t n = std::min(pad, kStretchBlock);
-        std::fill(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(n), 0.0f);
-        const float* channels[1] = {block.data()};
-        stretcher.process(channels, n, false);
-        pad -= n;
-        collect();
-    }
-    for (std::size_t at = 0; at < input.size(); at += kStretchBlock) {
-        const std::size_t n = std::min(kStretchBlock, input.size() - at);
-        const float* channels[1] = {input.data() + at};
-        stretcher.process(channels, n, at + n == input.size());
-        collect();
-    }
-    while (out.size() < outputCount && stretcher.available() >= 0) {
-        if (stretcher.available() == 0) break;
-        collect();
-    }
-    out.resize(outputCount, 0.0f);
-}
-
-// Plays `input` faster or slower as tape would: read at fractional positions, linearly interpolated.
-void stretchVarispeed(std::span<const float> input, std::size_t outputCount, std::vector<float>& out) {
-    out.assign(outputCount, 0.0f);
-    if (input.empty()) return;
-    const double step = static_cast<double>(input.size()) / static_cast<double>(outputCount);
-    for (std::size_t i = 0; i < outputCount; ++i) {
-        const double at = i * step;
-        const auto k = static_cast<std::size_t>(at);
-        const double f = at - static_cast<double>(k);
-        const float a = input[std::min(k, input.size() - 1)];
-        const float b = input[std::min(k + 1, input.size() - 1)];
-        out[i] = static_cast<float>(a + (b - a) * f);
-    }
-}
 
 }  // namespace
 
@@ -198,82 +130,6 @@ struct CompositionRenderer::Impl {
         }
         return compositor.startRequest(request);
     }
-
-    PCMBuffer renderAudio(const AudioRenderOptions& options, const ProgressCallback& progress) {
-        const int rate = std::max(options.sampleRate, 1);
-        const TimeSpan range =
-            options.range.value_or(TimeSpan{RationalTime::zero, build.composition.duration()});
-        const double rangeStart = range.start.seconds();
-        const auto total = static_cast<std::size_t>(
-            std::max<std::int64_t>(std::llround(range.duration().seconds() * rate), 0));
-        std::vector<float> mix(total, 0.0f);
-        const auto tracks = build.composition.tracksWithMediaType(CompositionMediaType::audio);
-        std::size_t segmentsTotal = 0;
-        for (const auto* track : tracks)
-            segmentsTotal += track->segments.size();
-        std::size_t segmentsDone = 0;
-
-        std::map<std::string, std::unique_ptr<PCMStream>> streams;
-        std::vector<float> source;
-        std::vector<float> stretched;
-        for (const auto* track : tracks) {
-            const AudioMixInputParameters* envelope =
-                build.audioMix ? build.audioMix->parameters(track->trackID) : nullptr;
-            const bool keepPitch =
-                envelope == nullptr || envelope->audioTimePitchAlgorithm == AudioTimePitchAlgorithm::spectral;
-            for (const auto& segment : track->segments) {
-                throwIfStopRequested(stop);
-                ++segmentsDone;
-                if (segment.source.kind != CompositionSource::Kind::media) continue;
-                const double from = std::max(segment.target.start.seconds(), rangeStart);
-                const double to = std::min(segment.target.end.seconds(), range.end.seconds());
-                if (!(to > from)) continue;
-                const auto first = static_cast<std::int64_t>(std::llround((from - rangeStart) * rate));
-                const auto last = std::min<std::int64_t>(std::llround((to - rangeStart) * rate),
-                                                         static_cast<std::int64_t>(total));
-                if (last <= first) continue;
-                const auto count = static_cast<std::size_t>(last - first);
-
-                auto& stream = streams[segment.source.path];
-                if (!stream) stream = std::make_unique<PCMStream>(segment.source.path, rate, stop);
-                const double sourceFrom =
-                    segment.sourceTime(RationalTime::fromSeconds(from, RationalTime::workingTimescale))
-                        .seconds();
-                const double sourceLength = (to - from) * segment.rate();
-                stream->setRange(sourceFrom, sourceLength);
-                source.clear();
-                for (auto block = stream->read(); !block.empty(); block = stream->read())
-                    source.insert(source.end(), block.begin(), block.end());
-
-                const std::vector<float>* samples = &source;
-                if (segment.isScaled()) {
-                    if (keepPitch) {
-                        stretchKeepingPitch(source, count, rate, stretched);
-                    } else {
-                        stretchVarispeed(source, count, stretched);
-                    }
-                    samples = &stretched;
-                }
-                const std::size_t n = std::min(count, samples->size());
-                float* out = mix.data() + first;
-                for (std::size_t i = 0; i < n; ++i) {
-                    const float gain =
-                        envelope != nullptr
-                            ? envelope->volume(rangeStart +
-                                               static_cast<double>(first + static_cast<std::int64_t>(i)) /
-                                                   rate)
-                            : 1.0f;
-                    out[i] += (*samples)[i] * gain;
-                }
-                if (progress && segmentsTotal > 0)
-                    progress(static_cast<double>(segmentsDone) / segmentsTotal);
-            }
-        }
-        if (progress) progress(1.0);
-        PCMBuffer buffer{std::move(mix), static_cast<double>(rate), 0.0};
-        buffer.durationSeconds = static_cast<double>(buffer.samples.size()) / rate;
-        return buffer;
-    }
 };
 
 CompositionRenderer::CompositionRenderer(CompositionBuildResult build, std::stop_token stop)
@@ -287,7 +143,17 @@ VideoFrame CompositionRenderer::frame(RationalTime time) {
 
 PCMBuffer CompositionRenderer::renderAudio(const AudioRenderOptions& options,
                                            const ProgressCallback& progress) {
-    return impl_->renderAudio(options, progress);
+    AudioMixStream mix(impl_->build, options, impl_->stop);
+    std::vector<float> samples;
+    samples.reserve(static_cast<std::size_t>(mix.totalSamples()));
+    for (auto block = mix.read(); !block.empty(); block = mix.read()) {
+        samples.insert(samples.end(), block.begin(), block.end());
+        if (progress) progress(static_cast<double>(mix.position()) / static_cast<double>(mix.totalSamples()));
+    }
+    if (progress) progress(1.0);
+    PCMBuffer buffer{std::move(samples), static_cast<double>(mix.sampleRate()), 0.0};
+    buffer.durationSeconds = static_cast<double>(buffer.samples.size()) / mix.sampleRate();
+    return buffer;
 }
 
 RationalTime CompositionRenderer::duration() const noexcept {

@@ -14,6 +14,7 @@
 #include "ffmpeg/media_input.hpp"
 #include "ffmpeg/movie_encoder.hpp"
 #include "morvane/engine/audio/loudness_analyzer.hpp"
+#include "morvane/engine/composition/audio_mix_stream.hpp"
 #include "morvane/engine/engine_error.hpp"
 #include "morvane/engine/plan/edit_plan_resolver.hpp"
 #include "morvane/engine/support/files.hpp"
@@ -91,20 +92,43 @@ bool runExportSession(const SessionWork& work, const ProgressCallback& progress,
     }
 }
 
-// Brings the mix to `target` (integrated, as the loudness meter measures it), as far as its loudest sample
-// allows.
-void finishLoudness(PCMBuffer& mix, LoudnessTarget target) {
+// The gain that brings the mix to `target` (integrated, as the loudness meter measures it), as far as its
+// loudest sample allows; 1 when there is no target or nothing to measure. The mix is listened to once here,
+// in blocks, and made again as it is encoded: an hour of program is never held in memory.
+float loudnessGain(const CompositionBuildResult& build, const AudioRenderOptions& mix, LoudnessTarget target,
+                   const ProgressCallback& progress, const std::stop_token& stop) {
     const auto wanted = integratedLUFS(target);
-    const auto measured = LoudnessAnalyzer::measureIntegratedLUFS(mix);
-    if (!wanted || !measured || !std::isfinite(*measured)) return;
+    if (!wanted) return 1.0f;
+    AudioMixStream stream(build, mix, stop);
+    LoudnessMeter meter(stream.sampleRate());
     float peak = 0.0f;
-    for (const float s : mix.samples)
-        peak = std::max(peak, std::abs(s));
-    if (!(peak > 0.0f)) return;
-    const double gainDB = std::min(*wanted - *measured, kPeakCeilingDB - 20.0 * std::log10(peak));
-    const auto gain = static_cast<float>(std::pow(10.0, gainDB / 20.0));
-    for (float& s : mix.samples)
-        s *= gain;
+    for (auto block = stream.read(); !block.empty(); block = stream.read()) {
+        meter.process(block);
+        for (const float s : block)
+            peak = std::max(peak, std::abs(s));
+        progress(static_cast<double>(stream.position()) / static_cast<double>(stream.totalSamples()));
+    }
+    const double measured = meter.integratedLUFS();
+    if (!std::isfinite(measured) || !(peak > 0.0f)) return 1.0f;
+    const double gainDB = std::min(*wanted - measured, kPeakCeilingDB - 20.0 * std::log10(peak));
+    return static_cast<float>(std::pow(10.0, gainDB / 20.0));
+}
+
+// The program sound for one encoder run, made afresh block by block and brought to `gain`.
+ffmpeg::ProgramAudio programAudio(const CompositionBuildResult& build, const AudioRenderOptions& mix, float gain,
+                                  const std::stop_token& stop) {
+    auto stream = std::make_shared<AudioMixStream>(build, mix, stop);
+    auto scaled = std::make_shared<std::vector<float>>();
+    return {.read =
+                [stream, scaled, gain]() -> std::span<const float> {
+                    const auto block = stream->read();
+                    if (gain == 1.0f) return block;
+                    scaled->resize(block.size());
+                    std::transform(block.begin(), block.end(), scaled->begin(),
+                                   [gain](float s) { return s * gain; });
+                    return *scaled;
+                },
+            .sampleRate = mix.sampleRate};
 }
 
 std::filesystem::path folderOf(const std::filesystem::path& file) {
@@ -276,17 +300,17 @@ void MP4Exporter::exportComposition(const CompositionBuildResult& build, const s
     };
 
     CompositionRenderer renderer(build, stop);
-    std::optional<PCMBuffer> mix;
     const bool hasSound = !composition.tracksWithMediaType(CompositionMediaType::audio).empty();
-    // The sound is mixed once, in whichever session runs first.
-    const auto mixSound = [&](const ProgressCallback& report) -> std::optional<ffmpeg::ProgramAudio> {
+    const AudioRenderOptions mix{.sampleRate = kAudioSampleRate, .range = range};
+    std::optional<float> gain;
+    // The level is measured once, in whichever session runs first; each session makes the sound it encodes.
+    const auto mixSound = [&](const ProgressCallback& report,
+                              const std::stop_token& token) -> std::optional<ffmpeg::ProgramAudio> {
         if (!hasSound) return std::nullopt;
-        if (!mix) {
-            mix = renderer.renderAudio({.sampleRate = kAudioSampleRate, .range = range},
-                                       [&](double p) { report(p * kAudioShare); });
-            finishLoudness(*mix, options.loudnessTarget);
-        }
-        return ffmpeg::ProgramAudio{mix->samples, kAudioSampleRate};
+        if (!gain)
+            gain = loudnessGain(renderer.build(), mix, options.loudnessTarget,
+                                [&](double p) { report(p * kAudioShare); }, token);
+        return programAudio(renderer.build(), mix, *gain, token);
     };
     const auto afterSound = [](const ProgressCallback& report) {
         return [report](double p) { report(kAudioShare + p * (1.0 - kAudioShare)); };
@@ -304,7 +328,7 @@ void MP4Exporter::exportComposition(const CompositionBuildResult& build, const s
             video.bitrate == ExportVideoBitrate::automatic && !build.videoComposition) {
             done = runExportSession(
                 [&](const ProgressCallback& report, std::stop_token token) {
-                    const auto audio = mixSound(report);
+                    const auto audio = mixSound(report, token);
                     return ffmpeg::copyMovie(composition, range, audio, partial, afterSound(report), token);
                 },
                 forward, stop);
@@ -318,7 +342,7 @@ void MP4Exporter::exportComposition(const CompositionBuildResult& build, const s
                                      : std::nullopt)));
             runExportSession(
                 [&](const ProgressCallback& report, std::stop_token token) {
-                    const auto audio = mixSound(report);
+                    const auto audio = mixSound(report, token);
                     ffmpeg::encodeMovie({.renderer = renderer,
                                          .range = range,
                                          .settings = settings,

@@ -119,7 +119,9 @@ void MonoFloatDecoder::seek(double seconds) {
         start + static_cast<std::int64_t>(std::floor(seconds / av_q2d(stream->time_base)));
     if (const int rc = avformat_seek_file(format_.get(), stream_, INT64_MIN, target, target, 0); rc < 0)
         throw readerError(fmt::format("Could not seek in {}", name_), rc);
-    avcodec_flush_buffers(codec_.get());
+    // A fresh decoder, not a flushed one: flushing leaves some of the old state (AAC keeps part of it), so
+    // what came out after a seek would depend on how far decoding had run ahead before it.
+    codec_ = openDecoder(*format_->streams[stream_], fmt::format("Could not seek in {}", name_));
     resampler_.reset();
     out_.clear();
     draining_ = false;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "ffmpeg/ffmpeg_error.hpp"
 
@@ -85,22 +86,40 @@ void encodeFrame(AVCodecContext& encoder, const AVFrame* frame, AVPacket& packet
     }
 }
 
+void AudioTrackEncoder::fill(std::size_t count) {
+    if (waitingAt_ > 0) {
+        waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(waitingAt_));
+        waitingAt_ = 0;
+    }
+    while (!ended_ && waiting_.size() < count) {
+        const auto block = audio_.read();
+        if (block.empty()) {
+            ended_ = true;
+        } else {
+            waiting_.insert(waiting_.end(), block.begin(), block.end());
+        }
+    }
+}
+
 void AudioTrackEncoder::encodeUntil(double seconds) {
+    const double samples = seconds * audio_.sampleRate;
+    encodeTo(samples > 0.0 ? std::llround(std::min(samples, 9.0e18)) : 0);
+}
+
+void AudioTrackEncoder::encodeTo(std::int64_t target) {
     const int chunk = encoder_->frame_size > 0 ? encoder_->frame_size : kPcmFrameSamples;
-    const auto target = std::min<std::size_t>(
-        static_cast<std::size_t>(std::max<long long>(std::llround(seconds * audio_.sampleRate), 0)),
-        audio_.samples.size());
     while (next_ < target) {
-        const auto count = static_cast<int>(std::min<std::size_t>(chunk, audio_.samples.size() - next_));
-        // Only the very last frame may be short.
-        if (count < chunk && target < audio_.samples.size()) return;
+        if (waiting_.size() - waitingAt_ < static_cast<std::size_t>(chunk)) fill(static_cast<std::size_t>(chunk));
+        const auto count = static_cast<int>(std::min<std::size_t>(chunk, waiting_.size() - waitingAt_));
+        // Only the very last frame may be short, and it goes only once the target reaches the end.
+        if (count == 0 || (count < chunk && next_ + count > target)) return;
         av_frame_unref(frame_.get());
         frame_->format = encoder_->sample_fmt;
         frame_->sample_rate = encoder_->sample_rate;
         check(av_channel_layout_copy(&frame_->ch_layout, &encoder_->ch_layout), "Could not encode the sound");
         frame_->nb_samples = count;
         check(av_frame_get_buffer(frame_.get(), 0), "Could not encode the sound");
-        const float* in = audio_.samples.data() + next_;
+        const float* in = waiting_.data() + waitingAt_;
         if (encoder_->sample_fmt == AV_SAMPLE_FMT_S16) {
             auto* out = reinterpret_cast<std::int16_t*>(frame_->data[0]);
             for (int i = 0; i < count; ++i)
@@ -108,14 +127,15 @@ void AudioTrackEncoder::encodeUntil(double seconds) {
         } else {
             std::copy(in, in + count, reinterpret_cast<float*>(frame_->data[0]));
         }
-        frame_->pts = static_cast<std::int64_t>(next_);
-        next_ += static_cast<std::size_t>(count);
+        frame_->pts = next_;
+        next_ += count;
+        waitingAt_ += static_cast<std::size_t>(count);
         send(frame_.get());
     }
 }
 
 void AudioTrackEncoder::finish() {
-    encodeUntil(static_cast<double>(audio_.samples.size()) / audio_.sampleRate + 1.0);
+    encodeTo(std::numeric_limits<std::int64_t>::max());
     send(nullptr);
 }
 

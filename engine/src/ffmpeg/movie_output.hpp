@@ -7,15 +7,17 @@
 #include <functional>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "ffmpeg/ffmpeg_ptr.hpp"
 #include "morvane/engine/export/mp4_exporter.hpp"
 
 namespace morvane::engine::ffmpeg {
 
-/// The mixed program sound: mono samples at `sampleRate`.
+/// The mixed program sound: mono samples at `sampleRate`, handed over in order by `read` (empty at the
+/// end), so that a long program is never held whole.
 struct ProgramAudio {
-    std::span<const float> samples;
+    std::function<std::span<const float>()> read;
     int sampleRate = 48000;
 };
 
@@ -68,7 +70,15 @@ class AudioTrackEncoder {
     CodecContextPtr encoder_;
     FramePtr frame_;
     PacketPtr packet_;
-    std::size_t next_ = 0;  // the first sample not yet encoded
+    // Encodes whole frames up to sample `target`, and the short last one once `target` reaches the end.
+    void encodeTo(std::int64_t target);
+    // Pulls from the program sound until `count` samples wait or it has ended.
+    void fill(std::size_t count);
+
+    std::vector<float> waiting_;  // read, not yet encoded
+    std::size_t waitingAt_ = 0;   // the first of `waiting_` not yet encoded
+    bool ended_ = false;          // the program sound is all read
+    std::int64_t next_ = 0;       // the first sample not yet encoded
 };
 
 }  // namespace morvane::engine::ffmpeg
