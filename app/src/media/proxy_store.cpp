@@ -13,7 +13,7 @@ namespace morvane::app {
 namespace fs = std::filesystem;
 
 ProxyStore::ProxyStore(MainLoop& loop, engine::MediaJobScheduler& scheduler)
-    : loop_(loop), scheduler_(scheduler), workers_(std::make_unique<KeyedWorkers>(loop)) {}
+    : scheduler_(scheduler), workers_(std::make_unique<KeyedWorkers>(loop)) {}
 
 ProxyStore::~ProxyStore() {
     workers_.reset();

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 using engine::WaveformEnvelope;
 
 WaveformCache::WaveformCache(MainLoop& loop, engine::MediaJobScheduler& scheduler)
-    : loop_(loop), scheduler_(scheduler), workers_(std::make_unique<KeyedWorkers>(loop)) {}
+    : scheduler_(scheduler), workers_(std::make_unique<KeyedWorkers>(loop)) {}
 
 WaveformCache::~WaveformCache() {
     workers_.reset();

@@ -55,7 +55,6 @@ class ProxyStore {
     [[nodiscard]] bool isIdle() const noexcept;
 
   private:
-    MainLoop& loop_;
     engine::MediaJobScheduler& scheduler_;
     std::map<std::string, std::filesystem::path> memo_;                    // by standardized source path
     std::map<std::string, std::pair<ProjectSession*, std::string>> jobs_;  // by file: the job shown

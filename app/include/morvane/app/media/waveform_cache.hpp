@@ -60,7 +60,6 @@ class WaveformCache {
 
     void finish(const std::string& key, std::optional<engine::WaveformEnvelope> envelope);
 
-    MainLoop& loop_;
     engine::MediaJobScheduler& scheduler_;
     std::atomic<int> generated_{0};
     std::map<std::string, std::vector<Target>> waiting_;  // by file: who gets its envelope
