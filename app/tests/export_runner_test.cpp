@@ -144,13 +144,32 @@ TEST_F(ExportRunnerMedia, failuresReachTheErrorBannerWithTheirOwnWords) {
     session_.mediaURL.reset();
     run(to, ExportRequest::defaultFor(session_));
     EXPECT_EQ(session_.errorMessage, "No edit plan to export");
+    EXPECT_TRUE(fs::is_empty(out_.path()));
+}
 
-    session_.mediaURL = dir_->path() / "talk.mov";
+TEST_F(ExportRunnerMedia, aGifRunWritesTheAnimationAloneAtItsRateAndSize) {
+    // A caption on the text track would give a movie its sidecar; a GIF has none.
+    TimelineTrack text = *session_.timeline->track(TimelineTrackIDs::text);
+    text.clips.push_back({.id = "t1",
+                          .sourceID = "text",
+                          .label = "Hello",
+                          .sourceIn = engine::RationalTime::zero,
+                          .sourceOut = engine::RationalTime{1200, 600},
+                          .timelineStart = engine::RationalTime::zero,
+                          .textContent = "Hello there",
+                          .kind = std::string(TimelineClipKinds::text)});
+    session_.timeline->updateTrack(text);
     ExportRequest gif = ExportRequest::defaultFor(session_);
     gif.videoSettings.codec = engine::ExportVideoCodec::gif;
+    gif.videoSettings.gifFramesPerSecond = 2;  // held to 4
+    gif.videoSettings.gifMaxDimension = 160;
     run(out_.path() / "cut.gif", gif);
-    EXPECT_EQ(session_.errorMessage, "Export failed: GIF export isn't available in this build yet.");
-    EXPECT_TRUE(fs::is_empty(out_.path()));
+
+    EXPECT_EQ(session_.errorMessage, std::nullopt);
+    EXPECT_EQ(session_.statusMessage, "Exported GIF.");
+    EXPECT_EQ(morvane::testing::streamCodecs(out_.path() / "cut.gif"), std::vector<std::string>{"gif"});
+    EXPECT_EQ(morvane::testing::countVideoFrames(out_.path() / "cut.gif"), 16);  // 4 s at 4 a second
+    EXPECT_FALSE(fs::exists(out_.path() / "cut.srt"));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <string>
 
+#include "morvane/engine/export/export_settings.hpp"
 #include "morvane/engine/plan/edit_plan.hpp"
 #include "morvane/engine/support/json.hpp"
 
@@ -46,5 +47,9 @@ std::filesystem::path samplesDir();
 /// The plan at `path`, every time in it checked, its relative source paths resolved against its folder.
 /// Throws `JsonDecodeError` naming the file and where it fails.
 engine::EditPlan readPlanFile(const std::string& path);
+
+/// The codec a --codec option names ("h264", "hevc", "prores", "gif"); the default "h264" becomes GIF when
+/// `output` ends in ".gif", so that "-o loop.gif" alone writes a GIF.
+engine::ExportVideoCodec exportCodec(const std::string& option, const std::filesystem::path& output);
 
 }  // namespace morvane::cli

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
@@ -26,6 +28,16 @@ engine::EditPlan readPlanFile(const std::string& path) {
     EditPlanResolver::checkTimes(plan, path);
     const std::filesystem::path folder = std::filesystem::path(path).parent_path();
     return EditPlanCoding::resolveSourceURLs(std::move(plan), folder.empty() ? "." : folder);
+}
+
+engine::ExportVideoCodec exportCodec(const std::string& option, const std::filesystem::path& output) {
+    using engine::ExportVideoCodec;
+    if (option == "prores") return ExportVideoCodec::proRes422;
+    std::string extension = output.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (option == "h264" && extension == ".gif") return ExportVideoCodec::gif;
+    return engine::kExportVideoCodecNames.parse(option).value_or(ExportVideoCodec::h264);
 }
 
 }  // namespace morvane::cli

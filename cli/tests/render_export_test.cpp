@@ -50,7 +50,8 @@ std::string planOf(std::vector<std::pair<double, double>> keeps) {
     const Json plan = {
         {"version", "0.3"},
         {"timeline", {{"frame_duration", "1/30"}, {"render_size", "640x360"}}},
-        {"sources", {{{"id", "src1"}, {"url", sample().string()}, {"frame_duration", "1/30"}, {"vfr", false}}}},
+        {"sources",
+         {{{"id", "src1"}, {"url", sample().string()}, {"frame_duration", "1/30"}, {"vfr", false}}}},
         {"operations", operations}};
     return plan.dump(2);
 }
@@ -145,6 +146,24 @@ TEST_F(MorvaneRenderExport, keyFrameCutsOfTheSampleAreCopiedAndStillOfTheirLengt
     EXPECT_TRUE(
         result.out.ends_with(" s, 540 frames\nCaptions: " + (out_.path() / "copy.srt").string() + "\n"))
         << result.out;
+}
+
+TEST_F(MorvaneRenderExport, aGifOutputWritesAnAnimationWithoutSoundOrCaptions) {
+    const auto plan = out_.write("cut.json", planOf({{2.0, 6.0}, {10.0, 12.0}}));
+    // The extension alone asks for a GIF.
+    const fs::path gif = out_.path() / "loop.GIF";
+    const auto result =
+        runMorvane({"render", plan.string(), "-o", gif.string(), "--gif-fps", "10", "--gif-size", "320"});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, "Wrote " + gif.string() + ": 6.000 s, 60 frames\n");
+    EXPECT_EQ(testing::streamCodecs(gif), std::vector<std::string>{"gif"});
+    EXPECT_EQ(testing::countVideoFrames(gif), 60);
+    EXPECT_NEAR(probedDuration(gif), 6.0, 0.02);
+    // The 640x360 canvas fitted within 320 pixels.
+    const auto size = runProcess({"/usr/bin/ffprobe", "-v", "error", "-show_entries", "stream=width,height",
+                                  "-of", "csv=p=0", gif.string()});
+    EXPECT_EQ(size.out, "320,180\n");
+    EXPECT_EQ(listing(), (std::vector<std::string>{"cut.json", "loop.GIF"}));
 }
 
 TEST_F(MorvaneRenderExport, aMissingSourceOrAnOutputUnderAFileFailsWithItsReason) {

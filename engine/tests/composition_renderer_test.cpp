@@ -351,9 +351,10 @@ TEST_F(CompositionRendererMedia, theSoundStreamedInAnyBlockSizeIsTheWholeMix) {
                             .audioGain = 0.5};
     auto options = AudioFinishingOptions::preview();
     options.speechSpans = {{at(1.0), at(2.0)}};
-    const CompositionBuildResult build = CompositionBuilder::build(
-        plan({keep("a", 0.0, 1.0), keep("a", 1.37, 2.37), keep("b", 3.0, 4.0, 2.0), keep("a", 8.0, 9.5), music}),
-        options);
+    const CompositionBuildResult build =
+        CompositionBuilder::build(plan({keep("a", 0.0, 1.0), keep("a", 1.37, 2.37), keep("b", 3.0, 4.0, 2.0),
+                                        keep("a", 8.0, 9.5), music}),
+                                  options);
     CompositionRenderer renderer(build);
     const PCMBuffer whole = renderer.renderAudio({.sampleRate = 48000});
     ASSERT_EQ(whole.samples.size(), 216000u);  // the music runs on to 4.5 s

@@ -10,6 +10,7 @@
 #include "morvane/app/timeline/transcript_cut.hpp"
 #include "morvane/engine/engine_error.hpp"
 #include "morvane/engine/export/caption_exporter.hpp"
+#include "morvane/engine/export/gif_exporter.hpp"
 #include "morvane/engine/plan/edit_plan_coding.hpp"
 #include "pipeline/pipeline_support.hpp"
 
@@ -56,7 +57,8 @@ RenderJob prepare(ProjectSession& session, const fs::path& to, const std::option
 // Renders, then writes the sidecar; a sidecar that can't be written costs the export nothing.
 engine::RenderReport render(const RenderJob& job, const ProgressCallback& progress, std::stop_token stop) {
     if (job.options.videoSettings.codec == engine::ExportVideoCodec::gif)
-        throw engine::EngineError::exportFailed(std::string(ProjectPipeline::gifUnavailableMessage));
+        return engine::GIFExporter::render(job.plan, job.options.audio, job.options.timeRange,
+                                           job.options.videoSettings.gifOptions(), job.to, progress, stop);
     engine::RenderReport report = engine::MP4Exporter::render(job.plan, job.to, job.options, progress, stop);
     try {
         (void)engine::CaptionExporter::writeSidecar(job.plan, job.to);

@@ -140,8 +140,7 @@ void runMainJob(const EditJob& job, std::optional<AssistantCommandID> commandID)
         request.updateProjectFormat = true;
     }
     request.burnInCaptions = job.burnIn;
-    request.videoSettings.codec = job.codec == "prores" ? engine::ExportVideoCodec::proRes422
-                                                        : *engine::kExportVideoCodecNames.parse(job.codec);
+    request.videoSettings.codec = exportCodec(job.codec, output);
     TerminalExportDisplay display;
     runRequest(session, "export", [&](MainLoop& loop) {
         return ExportRunner::run(session, request, output, context(loop), {.display = &display});
@@ -195,7 +194,8 @@ void addEditVerb(CLI::App& app, RunState& /*state*/) {
         "edit", "The main job: transcribe a recording, cut it with a command, export the cut with captions");
     verb->add_option("file", options->media, "The recording")->required()->check(CLI::ExistingFile);
     addCommandOptions(*verb, options->command, options->instruction, options->targetSeconds);
-    verb->add_option("-o,--output", options->output, "The movie to write (.mp4, or .mov for ProRes)")
+    verb->add_option("-o,--output", options->output,
+                     "The movie to write (.mp4, .mov for ProRes, .gif for GIF)")
         ->required();
     verb->add_option("--project", options->project,
                      "Keep the work as this project bundle (NAME.morvane, made new)");
@@ -205,8 +205,8 @@ void addEditVerb(CLI::App& app, RunState& /*state*/) {
     verb->add_option("--preset", options->preset,
                      "Export preset: its canvas and loudness target (default: the recording's project)")
         ->check(CLI::IsMember(presets));
-    verb->add_option("--codec", options->codec, "h264, hevc or prores (a QuickTime movie)")
-        ->check(CLI::IsMember({"h264", "hevc", "prores"}))
+    verb->add_option("--codec", options->codec, "h264, hevc, prores (a QuickTime movie) or gif")
+        ->check(CLI::IsMember({"h264", "hevc", "prores", "gif"}))
         ->capture_default_str();
     verb->add_option("--locale", options->locale,
                      "The language spoken (default: the last one chosen, else en-US)");

@@ -82,7 +82,6 @@ void stretchVarispeed(std::span<const float> input, std::size_t outputCount, std
     }
 }
 
-
 // One segment of one track, placed on the output: samples `first` up to `last` of the range.
 struct MixItem {
     const CompositionSegment* segment = nullptr;
@@ -114,8 +113,8 @@ struct AudioMixStream::State {
     std::size_t blockSamples = AudioMixStream::defaultBlockSamples;
     std::int64_t position = 0;
     std::vector<MixItem> items;
-    std::vector<std::size_t> byFirst;  // item indices by their first sample
-    std::size_t nextToStart = 0;       // into byFirst
+    std::vector<std::size_t> byFirst;    // item indices by their first sample
+    std::size_t nextToStart = 0;         // into byFirst
     std::vector<SoundingItem> sounding;  // in item order
     std::map<std::string, std::vector<std::unique_ptr<PCMStream>>> idleReaders;  // by source path
     std::vector<float> block;
@@ -165,7 +164,8 @@ struct AudioMixStream::State {
         };
         if (!s.stream) {
             // Stretched: whatever the stretch didn't fill stays silent.
-            const auto end = std::min<std::int64_t>(to, item.first + static_cast<std::int64_t>(s.stretched.size()));
+            const auto end =
+                std::min<std::int64_t>(to, item.first + static_cast<std::int64_t>(s.stretched.size()));
             for (std::int64_t j = from; j < end; ++j)
                 out[j - from] += s.stretched[static_cast<std::size_t>(j - item.first)] * gainAt(j);
             return;
@@ -199,7 +199,8 @@ AudioMixStream::AudioMixStream(const CompositionBuildResult& build, const AudioR
     s.rangeStart = range.start.seconds();
     s.total = std::max<std::int64_t>(std::llround(range.duration().seconds() * s.rate), 0);
     for (const auto* track : build.composition.tracksWithMediaType(CompositionMediaType::audio)) {
-        const AudioMixInputParameters* envelope = build.audioMix ? build.audioMix->parameters(track->trackID) : nullptr;
+        const AudioMixInputParameters* envelope =
+            build.audioMix ? build.audioMix->parameters(track->trackID) : nullptr;
         const bool keepPitch =
             envelope == nullptr || envelope->audioTimePitchAlgorithm == AudioTimePitchAlgorithm::spectral;
         for (const auto& segment : track->segments) {

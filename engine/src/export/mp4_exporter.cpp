@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "export/export_output.hpp"
 #include "ffmpeg/media_input.hpp"
 #include "ffmpeg/movie_encoder.hpp"
 #include "morvane/engine/audio/loudness_analyzer.hpp"
@@ -115,37 +116,19 @@ float loudnessGain(const CompositionBuildResult& build, const AudioRenderOptions
 }
 
 // The program sound for one encoder run, made afresh block by block and brought to `gain`.
-ffmpeg::ProgramAudio programAudio(const CompositionBuildResult& build, const AudioRenderOptions& mix, float gain,
-                                  const std::stop_token& stop) {
+ffmpeg::ProgramAudio programAudio(const CompositionBuildResult& build, const AudioRenderOptions& mix,
+                                  float gain, const std::stop_token& stop) {
     auto stream = std::make_shared<AudioMixStream>(build, mix, stop);
     auto scaled = std::make_shared<std::vector<float>>();
-    return {.read =
-                [stream, scaled, gain]() -> std::span<const float> {
-                    const auto block = stream->read();
-                    if (gain == 1.0f) return block;
-                    scaled->resize(block.size());
-                    std::transform(block.begin(), block.end(), scaled->begin(),
-                                   [gain](float s) { return s * gain; });
-                    return *scaled;
-                },
+    return {.read = [stream, scaled, gain]() -> std::span<const float> {
+                const auto block = stream->read();
+                if (gain == 1.0f) return block;
+                scaled->resize(block.size());
+                std::transform(block.begin(), block.end(), scaled->begin(),
+                               [gain](float s) { return s * gain; });
+                return *scaled;
+            },
             .sampleRate = mix.sampleRate};
-}
-
-std::filesystem::path folderOf(const std::filesystem::path& file) {
-    return file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
-}
-
-// Clears the way for `to`: the old file goes, the folder is made.
-void prepareOutput(const std::filesystem::path& to) {
-    std::error_code error;
-    // Nothing there (or a file where a folder should be, which the folder's creation reports) is fine.
-    if (!std::filesystem::remove(to, error) && error && error != std::errc::no_such_file_or_directory &&
-        error != std::errc::not_a_directory)
-        throw EngineError::exportFailed(fmt::format("Could not remove {}: {}", to.string(), error.message()));
-    std::filesystem::create_directories(folderOf(to), error);
-    if (error)
-        throw EngineError::exportFailed(
-            fmt::format("Could not create the folder {}: {}", folderOf(to).string(), error.message()));
 }
 
 }  // namespace
@@ -308,8 +291,9 @@ void MP4Exporter::exportComposition(const CompositionBuildResult& build, const s
                               const std::stop_token& token) -> std::optional<ffmpeg::ProgramAudio> {
         if (!hasSound) return std::nullopt;
         if (!gain)
-            gain = loudnessGain(renderer.build(), mix, options.loudnessTarget,
-                                [&](double p) { report(p * kAudioShare); }, token);
+            gain = loudnessGain(
+                renderer.build(), mix, options.loudnessTarget, [&](double p) { report(p * kAudioShare); },
+                token);
         return programAudio(renderer.build(), mix, *gain, token);
     };
     const auto afterSound = [](const ProgressCallback& report) {

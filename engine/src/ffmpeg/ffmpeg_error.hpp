@@ -18,4 +18,9 @@ namespace morvane::engine::ffmpeg {
 /// `EngineError::exportFailed` with "<context>: <FFmpeg's reason>".
 [[nodiscard]] EngineError exportError(std::string_view context, int code);
 
+/// Throws `exportError(context, code)` when `code` is an FFmpeg failure (below 0).
+inline void checkExport(int code, std::string_view context) {
+    if (code < 0) throw exportError(context, code);
+}
+
 }  // namespace morvane::engine::ffmpeg

@@ -28,12 +28,8 @@ namespace {
 // Sound is encoded this far ahead of the picture, so the muxer interleaves without holding much back.
 constexpr double kAudioLeadSeconds = 0.5;
 
-void check(int code, std::string_view what) {
-    if (code < 0) throw exportError(what, code);
-}
-
 void setOption(AVCodecContext& context, const char* key, const std::string& value) {
-    check(av_opt_set(context.priv_data, key, value.c_str(), 0), "Could not set up the video encoder");
+    checkExport(av_opt_set(context.priv_data, key, value.c_str(), 0), "Could not set up the video encoder");
 }
 
 // The picture track: program frames in, packets out.
@@ -83,10 +79,10 @@ class VideoTrackEncoder {
                 setOption(c, "crf", std::to_string(settings.quality));
                 break;
         }
-        check(avcodec_open2(encoder_.get(), codec, nullptr), "Could not open the video encoder");
+        checkExport(avcodec_open2(encoder_.get(), codec, nullptr), "Could not open the video encoder");
         stream_ = &muxer.addStream();
-        check(avcodec_parameters_from_context(stream_->codecpar, encoder_.get()),
-              "Could not open the video encoder");
+        checkExport(avcodec_parameters_from_context(stream_->codecpar, encoder_.get()),
+                    "Could not open the video encoder");
         stream_->time_base = c.time_base;
         stream_->avg_frame_rate = c.framerate;
     }
@@ -126,7 +122,8 @@ class EncoderPictures {
     FramePtr picture(const VideoFrame& frame) {
         FramePtr out = makeFrame();
         if (frame.isPassthrough() && PictureConverter::isEncodable(*frame.picture()->frame, format_, size_)) {
-            check(av_frame_ref(out.get(), frame.picture()->frame.get()), "Could not encode the picture");
+            checkExport(av_frame_ref(out.get(), frame.picture()->frame.get()),
+                        "Could not encode the picture");
             return out;
         }
         AVFrame& buffer = freeBuffer();
@@ -135,7 +132,7 @@ class EncoderPictures {
         } else if (frame.image() != nullptr) {
             converter_.toVideo(*frame.image(), buffer);
         }
-        check(av_frame_ref(out.get(), &buffer), "Could not encode the picture");
+        checkExport(av_frame_ref(out.get(), &buffer), "Could not encode the picture");
         return out;
     }
 
@@ -149,7 +146,7 @@ class EncoderPictures {
         buffer->format = format_;
         buffer->width = size_.width;
         buffer->height = size_.height;
-        check(av_frame_get_buffer(buffer.get(), 0), "Could not encode the picture");
+        checkExport(av_frame_get_buffer(buffer.get(), 0), "Could not encode the picture");
         buffers_.push_back(std::move(buffer));
         return *buffers_.back();
     }
@@ -522,7 +519,7 @@ bool copyMovie(const Composition& composition, TimeSpan range, const std::option
         const CopySource& model = *plans.front().source;
         const AVStream& in = *model.input->streams[model.stream];
         AVStream& out = muxer.addStream();
-        check(avcodec_parameters_copy(out.codecpar, in.codecpar), "Could not copy the video");
+        checkExport(avcodec_parameters_copy(out.codecpar, in.codecpar), "Could not copy the video");
         out.codecpar->codec_tag = 0;
         out.time_base = in.time_base;
         out.avg_frame_rate = in.avg_frame_rate;

@@ -12,16 +12,19 @@ namespace {
 constexpr std::int64_t kAacBitRate = 192000;
 constexpr int kPcmFrameSamples = 1024;
 
-void check(int code, std::string_view what) {
-    if (code < 0) throw exportError(what, code);
-}
-
 }  // namespace
 
-MovieMuxer::MovieMuxer(const std::filesystem::path& file, ExportFileType type) : file_(file) {
+MovieMuxer::MovieMuxer(const std::filesystem::path& file, ExportFileType type)
+    // The index at the front: the movie plays before it has fully loaded.
+    : MovieMuxer(file, type == ExportFileType::quickTimeMovie ? "mov" : "mp4", {{"movflags", "+faststart"}}) {
+}
+
+MovieMuxer::MovieMuxer(const std::filesystem::path& file, const char* format,
+                       std::vector<std::pair<std::string, std::string>> headerOptions)
+    : file_(file), headerOptions_(std::move(headerOptions)) {
     AVFormatContext* raw = nullptr;
-    const char* format = type == ExportFileType::quickTimeMovie ? "mov" : "mp4";
-    check(avformat_alloc_output_context2(&raw, nullptr, format, file.c_str()), "Could not create the movie");
+    checkExport(avformat_alloc_output_context2(&raw, nullptr, format, file.c_str()),
+                "Could not create the movie");
     output_.reset(raw);
 }
 
@@ -32,25 +35,25 @@ AVStream& MovieMuxer::addStream() {
 }
 
 void MovieMuxer::open() {
-    check(avio_open(&output_->pb, file_.c_str(), AVIO_FLAG_WRITE), "Could not create the movie");
+    checkExport(avio_open(&output_->pb, file_.c_str(), AVIO_FLAG_WRITE), "Could not create the movie");
     AVDictionary* options = nullptr;
-    // The index at the front: the movie plays before it has fully loaded.
-    av_dict_set(&options, "movflags", "+faststart", 0);
+    for (const auto& [key, value] : headerOptions_)
+        av_dict_set(&options, key.c_str(), value.c_str(), 0);
     const int header = avformat_write_header(output_.get(), &options);
     av_dict_free(&options);
-    check(header, "Could not write the movie");
+    checkExport(header, "Could not write the movie");
 }
 
 void MovieMuxer::write(AVPacket& packet, const AVStream& stream) {
     packet.stream_index = stream.index;
     packet.pos = -1;
-    check(av_interleaved_write_frame(output_.get(), &packet), "Could not write the movie");
+    checkExport(av_interleaved_write_frame(output_.get(), &packet), "Could not write the movie");
 }
 
 void MovieMuxer::finish() {
-    check(av_write_trailer(output_.get()), "Could not finish the movie");
+    checkExport(av_write_trailer(output_.get()), "Could not finish the movie");
     // Closing flushes the last buffered bytes: a full disk may only show here.
-    check(avio_closep(&output_->pb), "Could not finish the movie");
+    checkExport(avio_closep(&output_->pb), "Could not finish the movie");
 }
 
 AudioTrackEncoder::AudioTrackEncoder(MovieMuxer& muxer, ProgramAudio audio, bool pcm)
@@ -66,20 +69,20 @@ AudioTrackEncoder::AudioTrackEncoder(MovieMuxer& muxer, ProgramAudio audio, bool
     encoder_->time_base = {1, audio.sampleRate};
     if ((muxer.context().oformat->flags & AVFMT_GLOBALHEADER) != 0)
         encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    check(avcodec_open2(encoder_.get(), codec, nullptr), "Could not open the audio encoder");
+    checkExport(avcodec_open2(encoder_.get(), codec, nullptr), "Could not open the audio encoder");
     stream_ = &muxer.addStream();
-    check(avcodec_parameters_from_context(stream_->codecpar, encoder_.get()),
-          "Could not open the audio encoder");
+    checkExport(avcodec_parameters_from_context(stream_->codecpar, encoder_.get()),
+                "Could not open the audio encoder");
     stream_->time_base = encoder_->time_base;
 }
 
 void encodeFrame(AVCodecContext& encoder, const AVFrame* frame, AVPacket& packet, const AVStream& stream,
                  const std::function<void(AVPacket&)>& write, std::string_view failure) {
-    check(avcodec_send_frame(&encoder, frame), failure);
+    checkExport(avcodec_send_frame(&encoder, frame), failure);
     for (;;) {
         const int rc = avcodec_receive_packet(&encoder, &packet);
         if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return;
-        check(rc, failure);
+        checkExport(rc, failure);
         const PacketUnref unref(&packet);
         av_packet_rescale_ts(&packet, encoder.time_base, stream.time_base);
         write(packet);
@@ -109,16 +112,18 @@ void AudioTrackEncoder::encodeUntil(double seconds) {
 void AudioTrackEncoder::encodeTo(std::int64_t target) {
     const int chunk = encoder_->frame_size > 0 ? encoder_->frame_size : kPcmFrameSamples;
     while (next_ < target) {
-        if (waiting_.size() - waitingAt_ < static_cast<std::size_t>(chunk)) fill(static_cast<std::size_t>(chunk));
+        if (waiting_.size() - waitingAt_ < static_cast<std::size_t>(chunk))
+            fill(static_cast<std::size_t>(chunk));
         const auto count = static_cast<int>(std::min<std::size_t>(chunk, waiting_.size() - waitingAt_));
         // Only the very last frame may be short, and it goes only once the target reaches the end.
         if (count == 0 || (count < chunk && next_ + count > target)) return;
         av_frame_unref(frame_.get());
         frame_->format = encoder_->sample_fmt;
         frame_->sample_rate = encoder_->sample_rate;
-        check(av_channel_layout_copy(&frame_->ch_layout, &encoder_->ch_layout), "Could not encode the sound");
+        checkExport(av_channel_layout_copy(&frame_->ch_layout, &encoder_->ch_layout),
+                    "Could not encode the sound");
         frame_->nb_samples = count;
-        check(av_frame_get_buffer(frame_.get(), 0), "Could not encode the sound");
+        checkExport(av_frame_get_buffer(frame_.get(), 0), "Could not encode the sound");
         const float* in = waiting_.data() + waitingAt_;
         if (encoder_->sample_fmt == AV_SAMPLE_FMT_S16) {
             auto* out = reinterpret_cast<std::int16_t*>(frame_->data[0]);

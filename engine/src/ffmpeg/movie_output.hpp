@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <functional>
 #include <span>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ffmpeg/ffmpeg_ptr.hpp"
@@ -27,6 +29,9 @@ struct ProgramAudio {
 class MovieMuxer {
   public:
     MovieMuxer(const std::filesystem::path& file, ExportFileType type);
+    /// A file of FFmpeg's muxer `format` ("gif"...), given `headerOptions` as it opens.
+    MovieMuxer(const std::filesystem::path& file, const char* format,
+               std::vector<std::pair<std::string, std::string>> headerOptions);
 
     /// A new stream; its parameters are filled in by the caller before `open`.
     AVStream& addStream();
@@ -39,6 +44,7 @@ class MovieMuxer {
 
   private:
     std::filesystem::path file_;
+    std::vector<std::pair<std::string, std::string>> headerOptions_;
     OutputFormatPtr output_;
 };
 

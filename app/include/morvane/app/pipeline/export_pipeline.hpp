@@ -39,8 +39,6 @@ namespace ProjectPipeline {
 
 /// The message shown in the error banner when the timeline gives no plan.
 inline constexpr std::string_view noEditPlanMessage = "No edit plan to export";
-/// The message of a GIF export while animated images are not written by this build.
-inline constexpr std::string_view gifUnavailableMessage = "GIF export isn't available in this build yet.";
 
 /// Brings the plan up to date with the timeline: the media bin's sources, audio misplaced on the overlay
 /// track moved, the plan rebuilt. Throws what the rebuild throws (`EngineError::invalidRationalTime`).
