@@ -13,6 +13,8 @@ packages=(
   # media: FFmpeg's libraries and tool, DSP
   libavformat-dev libavcodec-dev libavfilter-dev libavdevice-dev libswscale-dev
   libswresample-dev libavutil-dev ffmpeg libfftw3-dev librubberband-dev
+  # SHA-256 for the media cache's file fingerprints
+  nettle-dev
   # drawing: the pointer of screen recordings
   libcairo2-dev
   # subject detection for auto-reframe: three OpenCV modules and their Haar cascades (not the whole of

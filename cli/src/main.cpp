@@ -2,12 +2,19 @@
 
 #include <cstdio>
 #include <exception>
+#include <thread>
 
 #include "cli.hpp"
+#include "morvane/engine/cache/media_cache_store.hpp"
 #include "morvane/engine/support/cancellation.hpp"
 
 int main(int argc, char** argv) {
     using namespace morvane::cli;
+    // The window and the command line share the media cache; trimming it to its budget costs a listing of
+    // its folders and runs beside the verb (joined on the way out).
+    const std::jthread evict([] {
+        morvane::engine::MediaCacheStore::evictIfNeeded(morvane::engine::MediaCacheStore::launchBudgetBytes);
+    });
     CLI::App app{"Morvane: drop a file, pick a cut, export.", "morvane"};
     app.set_version_flag("--version", std::string("morvane ") + MORVANE_VERSION);
     app.require_subcommand(0, 1);

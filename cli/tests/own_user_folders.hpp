@@ -1,7 +1,7 @@
 #pragma once
 
-// A test whose every run of `morvane` keeps its preferences, recent projects and launch log in the test's
-// own folders, never the user's.
+// A test whose every run of `morvane` keeps its preferences, recent projects, launch log and media cache in
+// the test's own folders, never the user's.
 
 #include <gtest/gtest.h>
 
@@ -18,6 +18,7 @@ class OwnUserFoldersTest : public ::testing::Test {
     void SetUp() override {
         env.set("XDG_CONFIG_HOME", (dir.path() / "config").c_str());
         env.set("XDG_DATA_HOME", (dir.path() / "data").c_str());
+        env.set("XDG_CACHE_HOME", (dir.path() / "cache").c_str());
     }
 };
 

@@ -6,7 +6,9 @@
 #include <QStyleFactory>
 #include <clocale>
 #include <filesystem>
+#include <thread>
 
+#include "morvane/engine/cache/media_cache_store.hpp"
 #include "morvane/engine/support/preferences_store.hpp"
 #include "morvane/intelligence/model/language_model.hpp"
 #include "studio_window.hpp"
@@ -32,6 +34,11 @@ int main(int argc, char** argv) {
                                         QStringLiteral("file"));
     parser.addOption(transcript);
     parser.process(app);
+
+    // The media cache is trimmed to its budget while the window comes up; the thread is joined at exit.
+    const std::jthread evict([] {
+        morvane::engine::MediaCacheStore::evictIfNeeded(morvane::engine::MediaCacheStore::launchBudgetBytes);
+    });
 
     morvane::PreferencesStore preferences;
     morvane::intelligence::HttpLanguageModelService model(

@@ -85,7 +85,9 @@ StudioWindow::StudioWindow(StudioServices services, QWidget* parent)
                .failed = [this](const std::string& reason) { session_.setError("Preview: " + reason); }}),
       observer_(std::make_shared<Observer>(*this)),
       recentProjects_(services.preferences),
-      autosave_(loop_, {.recentProjects = &recentProjects_}) {
+      autosave_(loop_, {.recentProjects = &recentProjects_}),
+      waveforms_(loop_),
+      proxies_(loop_) {
     setWindowTitle(QStringLiteral("Morvane"));
     setObjectName(QStringLiteral("studioWindow"));
     resize(1440, 900);
@@ -377,7 +379,9 @@ app::PipelineContext StudioWindow::pipelineContext() {
             .languageModel = model_.get(),
             .delegate = this,
             .preferences = &services_.preferences,
-            .transcription = transcription_.get()};
+            .transcription = transcription_.get(),
+            .waveforms = &waveforms_,
+            .proxies = &proxies_};
 }
 
 void StudioWindow::track(std::shared_ptr<app::PipelineRequest> request) {
@@ -647,6 +651,10 @@ void StudioWindow::refreshNow() {
 void StudioWindow::refresh() {
     refreshPending_ = false;
     std::erase_if(requests_, [](const auto& r) { return r->isFinished(); });
+    if (loading_ && loading_->isFinished()) {
+        loading_.reset();
+        waveforms_.scheduleAll(session_);  // the opened recording's waveform
+    }
     // The language question is modal: asked from its own turn of the event loop, not from inside a refresh.
     if (importing_ && importing_->request->isFinished())
         QTimer::singleShot(0, this, [this] { continueImport(); });
@@ -668,7 +676,7 @@ void StudioWindow::syncPreview() {
     monitor_->canvas()->setPlaceholder(
         loading ? QStringLiteral("Opening…")
                 : QStringLiteral("Create a project or drop a file on the preview."));
-    player_.setPlan(session_.editPlan);
+    player_.setPlan(session_.editPlan, proxies_.proxyOverrides(session_));
     if (session_.seekToken != shownSeekToken_) {
         shownSeekToken_ = session_.seekToken;
         if (session_.seekCompositionSeconds || session_.seekSeconds) {

@@ -19,6 +19,8 @@
 #include <vector>
 
 #include "morvane/app/export/export_settings.hpp"
+#include "morvane/app/media/proxy_store.hpp"
+#include "morvane/app/media/waveform_cache.hpp"
 #include "morvane/app/pipeline/project_pipeline.hpp"
 #include "morvane/app/project/project_autosave_controller.hpp"
 #include "morvane/app/project/recent_projects_store.hpp"
@@ -170,6 +172,9 @@ class StudioWindow final : public QMainWindow, public app::UserInterfaceDelegate
     std::unique_ptr<intelligence::TranscriptionProvider> transcription_;
     app::RecentProjectsStore recentProjects_;
     app::ProjectAutosaveController autosave_;
+    // After the session and the loop: they go first, stopping their workers while both still exist.
+    app::WaveformCache waveforms_;
+    app::ProxyStore proxies_;
     // The import that a transcription follows, and the sources the bin held before it.
     struct PendingImport {
         std::shared_ptr<app::PipelineRequest> request;

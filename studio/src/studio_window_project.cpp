@@ -38,7 +38,11 @@ void StudioWindow::openProject(const fs::path& bundle) {
         track(app::ProjectBundleIO::loadInBackground(
             session_, fs::absolute(bundle), loop_, {.recentProjects = &recentProjects_},
             [this, name](std::exception_ptr failure) {
-                if (failure) session_.setError("Couldn’t open " + name + ": " + reasonOf(failure));
+                if (failure) {
+                    session_.setError("Couldn’t open " + name + ": " + reasonOf(failure));
+                } else {
+                    waveforms_.scheduleAll(session_);
+                }
             }));
     });
 }

@@ -125,5 +125,26 @@ TEST_F(PreviewPlayerMedia, aPlanThatCantBeBuiltSaysWhyAndShowsNothing) {
     ASSERT_TRUE(waitUntil([&] { return player.currentImage().isNull(); }));
 }
 
+TEST_F(PreviewPlayerMedia, aSourceWithAProxyPlaysFromTheProxy) {
+    // The stand-in counts the same frames in blue and yellow instead of black and white.
+    const auto proxy = morvane::testing::makeCounterMovie(dir_->path() / "proxy.mov", 6.0, {.palette = 1});
+    // How far from grey the picture is: blue and yellow cells are far, black and white ones aren't.
+    const auto colourfulness = [&] {
+        const QImage image = player.currentImage().convertToFormat(QImage::Format_RGB32);
+        const QColor corner = image.pixelColor(image.width() / 8, image.height() / 6);
+        return std::abs(corner.red() - corner.blue());
+    };
+    player.setDisplaySize({320, 240});
+    player.setPlan(plan());
+    ASSERT_TRUE(showsFrameAt(0.0));
+    EXPECT_LT(colourfulness(), 40);
+    player.setPlan(plan(), {{"a", proxy.string()}});
+    ASSERT_TRUE(waitUntil([&] { return player.isReady() && colourfulness() > 100; }, 20));
+    player.seek(1.5);
+    ASSERT_TRUE(showsFrameAt(1.5));
+    EXPECT_GT(colourfulness(), 100);
+    EXPECT_TRUE(failures.empty());
+}
+
 }  // namespace
 }  // namespace morvane::studio

@@ -24,6 +24,8 @@ int main(int argc, char** argv) {
     qputenv("MORVANE_PREVIEW_AUDIO", "0");
     const morvane::testing::TempDir config;
     qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(config.path().string()));
+    const morvane::testing::TempDir cache;  // waveforms and proxies the windows make
+    qputenv("XDG_CACHE_HOME", QByteArray::fromStdString(cache.path().string()));
     qInstallMessageHandler(quietOffscreenWarnings);
     QApplication app(argc, argv);
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));

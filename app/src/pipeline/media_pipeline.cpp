@@ -11,6 +11,8 @@
 #include <map>
 #include <set>
 
+#include "morvane/app/media/proxy_store.hpp"
+#include "morvane/app/media/waveform_cache.hpp"
 #include "morvane/app/pipeline/project_pipeline.hpp"
 #include "morvane/app/project/project_bundle_io.hpp"
 #include "morvane/app/session/edit_coordinator.hpp"
@@ -100,6 +102,19 @@ ProbedFile probeFile(const fs::path& file, std::stop_token stop) {
     MediaPathGuard::requireRegularMediaFile(file, true);
     if (isStill(file)) return {file, std::nullopt};
     return {file, engine::MediaProbe::probe(file, std::move(stop))};
+}
+
+// The waveform of a source with sound and, for a very large picture, its playback proxy, both made in the
+// background when the front end keeps them.
+void scheduleCaches(const PipelineContext& context, ProjectSession& session, const MediaBinEntry& entry,
+                    const ProbedFile& probed) {
+    if (!probed.probe) return;  // a still has neither
+    if (context.waveforms && entry.hasAudio)
+        context.waveforms->scheduleEnsure(session, entry.id, probed.file);
+    if (context.proxies && probed.probe->video) {
+        const auto [width, height] = probed.probe->videoNaturalSize();
+        context.proxies->scheduleIfNeeded(probed.file, entry.id, {width, height}, session);
+    }
 }
 
 // The entry's length and tracks as the file has them.
@@ -212,7 +227,8 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::importMedia(ProjectSession& se
                 bundle ? ProjectBundleIO::copyIntoMediaFolder(file, *bundle, id, taken) : file;
             *probed = probeFile(used, std::move(stop));
         },
-        [&session, id, name, setAsPrimary = options.setAsPrimary, probed](std::exception_ptr failure) {
+        [&session, id, name, setAsPrimary = options.setAsPrimary, probed,
+         context](std::exception_ptr failure) {
             reservedSourceIDs()[&session].erase(id);
             if (failure) {
                 session.setBusy(false, std::string("Import failed."));
@@ -247,6 +263,7 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::importMedia(ProjectSession& se
             session.isDirty = true;
             appendMessage(session, ChatMessage::Role::system, line);
             session.setSuccess(line);
+            scheduleCaches(context, session, entry, *probed);
         });
 }
 
@@ -254,26 +271,28 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::relinkMedia(ProjectSession& se
                                                               const std::string& sourceID,
                                                               const fs::path& file, PipelineContext context) {
     if (!entryToChange(session, sourceID)) return finishedRequest();
-    return probeForEntry(session, context.mainLoop, file, sourceID, "Relinking media…",
-                         MediaJobKind::relinkMedia,
-                         "Relink failed: ", [&session](MediaBinEntry& entry, const ProbedFile& probed) {
-                             const std::string name = probed.file.filename().string();
-                             entry.urlPath = MediaBinEntry::storedPath(probed.file, session.projectURL);
-                             entry.label = name;
-                             describeFile(entry, probed);
-                             session.syncExtraSourcesFromMediaBin(session.projectURL);
-                             if (entry.id == session.primarySourceID) {
-                                 // The same material in a new place: the storyline and its cuts stay as they
-                                 // are.
-                                 adoptPrimary(session, entry);
-                                 if (probed.probe)
-                                     session.frameDuration = engine::FrameDurationGuess::from(*probed.probe);
-                                 EditCoordinator::finalizeStructuralChange(session);
-                             }
-                             session.commitSourceTranscript();
-                             session.isDirty = true;
-                             session.setSuccess("Relinked " + name + ".");
-                         });
+    return probeForEntry(
+        session, context.mainLoop, file, sourceID, "Relinking media…", MediaJobKind::relinkMedia,
+        "Relink failed: ", [&session, context](MediaBinEntry& entry, const ProbedFile& probed) {
+            const std::string name = probed.file.filename().string();
+            entry.urlPath = MediaBinEntry::storedPath(probed.file, session.projectURL);
+            entry.label = name;
+            describeFile(entry, probed);
+            session.syncExtraSourcesFromMediaBin(session.projectURL);
+            if (entry.id == session.primarySourceID) {
+                // The same material in a new place: the storyline and its cuts stay as they
+                // are.
+                adoptPrimary(session, entry);
+                if (probed.probe) session.frameDuration = engine::FrameDurationGuess::from(*probed.probe);
+                EditCoordinator::finalizeStructuralChange(session);
+            }
+            session.commitSourceTranscript();
+            session.isDirty = true;
+            session.setSuccess("Relinked " + name + ".");
+            // The new file's waveform replaces the old one's when it comes.
+            session.auxiliaryWaveforms.erase(entry.id);
+            scheduleCaches(context, session, entry, probed);
+        });
 }
 
 void ProjectPipeline::clearOrPromotePrimary(const std::string& removedID, ProjectSession& session) {
@@ -347,7 +366,7 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::setPrimaryMedia(ProjectSession
     }
     return probeForEntry(session, context.mainLoop, file, sourceID, "Switching primary media…",
                          MediaJobKind::switchPrimary, "",
-                         [&session](MediaBinEntry& current, const ProbedFile& probed) {
+                         [&session, context](MediaBinEntry& current, const ProbedFile& probed) {
                              const MediaBinEntry chosen = current;
                              if (probed.probe) {
                                  if (!applyPrimaryMedia(chosen, *probed.probe, session)) return;
@@ -357,6 +376,9 @@ std::shared_ptr<PipelineRequest> ProjectPipeline::setPrimaryMedia(ProjectSession
                              session.applySourceTranscript(chosen.id);
                              session.isDirty = true;
                              session.setSuccess(chosen.label + " is now primary.");
+                             // Both the new primary and the one it replaced now keep their waveforms
+                             // elsewhere.
+                             if (context.waveforms) context.waveforms->scheduleAll(session);
                          });
 }
 

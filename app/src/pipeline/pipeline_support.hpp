@@ -30,7 +30,7 @@ std::shared_ptr<PipelineRequest> finishedRequest();
 std::shared_ptr<PipelineRequest> runInBackground(MainLoop& loop, std::function<void(std::stop_token)> work,
                                                  std::function<void(std::exception_ptr)> finish);
 
-/// The file `entry`'s source plays from now.
+/// The file source `entry` plays from now: the primary's media, an extra source's file, or the entry's own.
 [[nodiscard]] std::filesystem::path sourceFile(const ProjectSession& session, const MediaBinEntry& entry);
 
 /// Whether `failure` is the stop the user asked for (`OperationCancelled`).

@@ -308,8 +308,8 @@ void MP4Exporter::exportComposition(const CompositionBuildResult& build, const s
     try {
         bool done = false;
         const ExportVideoSettings& video = options.videoSettings;
-        if (video.codec == ExportVideoCodec::h264 && video.bitrate == ExportVideoBitrate::automatic &&
-            !build.videoComposition) {
+        if (!options.encoderOverride && video.codec == ExportVideoCodec::h264 &&
+            video.bitrate == ExportVideoBitrate::automatic && !build.videoComposition) {
             done = runExportSession(
                 [&](const ProgressCallback& report, std::stop_token token) {
                     const auto audio = mixSound(report, token);
@@ -318,12 +318,12 @@ void MP4Exporter::exportComposition(const CompositionBuildResult& build, const s
                 forward, stop);
         }
         if (!done) {
-            const auto settings = encoderSettings(
+            const auto settings = options.encoderOverride.value_or(encoderSettings(
                 exportPresetName(video.codec, video.bitrate,
                                  build.videoComposition
                                      ? std::optional(RenderSize{static_cast<double>(build.renderSize.width),
                                                                 static_cast<double>(build.renderSize.height)})
-                                     : std::nullopt));
+                                     : std::nullopt)));
             runExportSession(
                 [&](const ProgressCallback& report, std::stop_token token) {
                     const auto audio = mixSound(report, token);

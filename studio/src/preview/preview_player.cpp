@@ -102,7 +102,8 @@ PreviewPlayer::PreviewPlayer(Callbacks callbacks)
                 try {
                     if (request.plan) {
                         build = engine::CompositionBuilder::build(
-                            *request.plan, engine::AudioFinishingOptions::preview(), {}, stop);
+                            *request.plan, engine::AudioFinishingOptions::preview(),
+                            {.proxySourceOverrides = request.proxies}, stop);
                         renderer = std::make_unique<engine::CompositionRenderer>(*build, stop);
                     }
                 } catch (const OperationCancelled&) {
@@ -281,15 +282,18 @@ void PreviewPlayer::stopAudio() {
     audioDevice_ = nullptr;
 }
 
-void PreviewPlayer::setPlan(const std::optional<engine::EditPlan>& plan) {
-    if (plan == plan_) return;
+void PreviewPlayer::setPlan(const std::optional<engine::EditPlan>& plan,
+                            const std::map<std::string, std::string>& proxies) {
+    if (plan == plan_ && proxies == proxies_) return;
     plan_ = plan;
+    proxies_ = proxies;
     ++planVersion_;
     ready_ = false;
     {
         const std::lock_guard lock(shared_->mutex);
         shared_->request.planVersion = planVersion_;
         shared_->request.plan = plan ? std::make_shared<const engine::EditPlan>(*plan) : nullptr;
+        shared_->request.proxies = proxies;
     }
     restart(playing_);
 }

@@ -19,6 +19,7 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -55,9 +56,11 @@ class PreviewPlayer {
     PreviewPlayer(const PreviewPlayer&) = delete;
     PreviewPlayer& operator=(const PreviewPlayer&) = delete;
 
-    /// Plays `plan` from now on (none: nothing to show). An unchanged plan changes nothing; a new one is
-    /// built on the worker, keeping the position (clamped to its length).
-    void setPlan(const std::optional<engine::EditPlan>& plan);
+    /// Plays `plan` from now on (none: nothing to show), the sources named in `proxies` (by source id) from
+    /// those files instead. An unchanged plan changes nothing; a new one is built on the worker, keeping the
+    /// position (clamped to its length).
+    void setPlan(const std::optional<engine::EditPlan>& plan,
+                 const std::map<std::string, std::string>& proxies = {});
     /// Starts playing at `rate` (1 forward, 2 or 4 faster, −1 backwards), from the start when at the end.
     /// Sound plays at rate 1 only.
     void play(double rate = 1.0);
@@ -108,6 +111,7 @@ class PreviewPlayer {
         std::uint64_t generation = 0;
         std::uint64_t planVersion = 0;
         std::shared_ptr<const engine::EditPlan> plan;
+        std::map<std::string, std::string> proxies;  ///< files played instead of sources, by source id
         double startSeconds = 0.0;
         double rate = 1.0;
         bool playing = false;
@@ -133,6 +137,7 @@ class PreviewPlayer {
     QTimer* timer_ = nullptr;
 
     std::optional<engine::EditPlan> plan_;
+    std::map<std::string, std::string> proxies_;
     std::uint64_t planVersion_ = 0;
     std::uint64_t generation_ = 0;
     bool playing_ = false;

@@ -54,16 +54,18 @@ void TimelineView::sync(const app::ProjectSession& session) {
             for (const auto& clip : track.clips) {
                 const double start = clip.timelineStart.seconds();
                 const double length = app::TimelinePlanBridge::programDuration(clip).seconds();
-                clips.push_back(
-                    {clip.id, track.id, clip.timelineBadgeLabel(), start, start + length, clip.isTextLike()});
+                clips.push_back({clip.id, track.id, clip.timelineBadgeLabel(), start, start + length,
+                                 clip.isTextLike(), clip.sourceID, clip.sourceIn.seconds(),
+                                 clip.sourceOut.seconds()});
             }
         }
     }
     const double playhead =
         session.playheadCompositionSeconds.value_or(session.playheadSeconds.value_or(0.0));
     const double duration = session.timeline ? app::TimelinePlanBridge::timelineAxisDuration(session) : 0.0;
+    const bool newWaveforms = syncWaveforms(session);
     const bool changed = tracks != tracks_ || clips != clips_ || session.selectedClipIDs != selected_ ||
-                         playhead != playhead_ || duration != duration_;
+                         playhead != playhead_ || duration != duration_ || newWaveforms;
     tracks_ = std::move(tracks);
     clips_ = std::move(clips);
     selected_ = session.selectedClipIDs;
@@ -78,6 +80,58 @@ void TimelineView::sync(const app::ProjectSession& session) {
                 std::max(static_cast<int>(playhead_ * zoom_) - (viewport()->width() - headerWidth) / 4, 0));
         }
         viewport()->update();
+    }
+}
+
+bool TimelineView::syncWaveforms(const app::ProjectSession& session) {
+    std::map<std::string, const engine::WaveformEnvelope*> wanted;
+    for (const auto& [sourceID, envelope] : session.auxiliaryWaveforms)
+        wanted.emplace(sourceID, &envelope);
+    if (session.waveformEnvelope) wanted[session.primarySourceID] = &*session.waveformEnvelope;
+    bool changed =
+        std::erase_if(waveforms_, [&](const auto& kept) { return !wanted.contains(kept.first); }) > 0;
+    for (const auto& [sourceID, envelope] : wanted) {
+        // Compared, not copied: an envelope is copied once when it arrives, not at every refresh.
+        const auto kept = waveforms_.find(sourceID);
+        if (kept != waveforms_.end() && kept->second == *envelope) continue;
+        waveforms_[sourceID] = *envelope;
+        changed = true;
+    }
+    return changed;
+}
+
+void TimelineView::paintWaveform(QPainter& painter, const TimelineViewClip& clip, const QRect& box) const {
+    const auto found = waveforms_.find(clip.sourceID);
+    if (found == waveforms_.end()) return;
+    const engine::WaveformEnvelope& envelope = found->second;
+    const std::size_t bins = std::min(envelope.mins.size(), envelope.maxs.size());
+    const double programLength = clip.endSeconds - clip.startSeconds;
+    if (bins == 0 || !(envelope.durationSeconds > 0.0) || !(programLength > 0.0)) return;
+    // Source seconds per program second: a clip at another speed spreads or squeezes its sound.
+    const double rate = (clip.sourceOutSeconds - clip.sourceInSeconds) / programLength;
+    const double binsPerSecond = static_cast<double>(bins) / envelope.durationSeconds;
+    const auto binAt = [&](int x) {
+        const double source = clip.sourceInSeconds + (secondsAt(x) - clip.startSeconds) * rate;
+        return static_cast<std::ptrdiff_t>(std::floor(source * binsPerSecond));
+    };
+    const int middle = box.center().y();
+    const double half = box.height() / 2.0 - 2.0;
+    painter.setPen(QColor(255, 255, 255, 110));
+    const int first = std::max(box.left(), headerWidth);
+    const int last = std::min(box.right(), viewport()->width());
+    for (int x = first; x < last; ++x) {
+        const std::ptrdiff_t from = std::max<std::ptrdiff_t>(binAt(x), 0);
+        const std::ptrdiff_t to =
+            std::min<std::ptrdiff_t>(std::max(binAt(x + 1), from + 1), static_cast<std::ptrdiff_t>(bins));
+        if (from >= to) continue;
+        float low = 0.0f;
+        float high = 0.0f;
+        for (std::ptrdiff_t bin = from; bin < to; ++bin) {
+            low = std::min(low, envelope.mins[static_cast<std::size_t>(bin)]);
+            high = std::max(high, envelope.maxs[static_cast<std::size_t>(bin)]);
+        }
+        painter.drawLine(x, middle - static_cast<int>(std::lround(high * half)), x,
+                         middle - static_cast<int>(std::lround(low * half)));
     }
 }
 
@@ -197,6 +251,7 @@ void TimelineView::paintEvent(QPaintEvent* /*event*/) {
                                 : QPen(clipColor(clip.trackID).darker(140), 1));
         painter.setBrush(selected ? clipColor(clip.trackID).lighter(125) : clipColor(clip.trackID));
         painter.drawRoundedRect(box.adjusted(0, 0, -1, -1), 4, 4);
+        if (!clip.isText) paintWaveform(painter, clip, box);
         painter.setPen(Qt::white);
         painter.drawText(box.adjusted(6, 0, -4, 0), Qt::AlignVCenter | Qt::AlignLeft,
                          painter.fontMetrics().elidedText(QString::fromStdString(clip.label), Qt::ElideRight,

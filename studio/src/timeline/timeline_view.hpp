@@ -1,11 +1,13 @@
 #pragma once
 
-/// The timeline: a ruler, the five tracks with their clips, the selection and the playhead. A click on a
+/// The timeline: a ruler, the five tracks with their clips (each media clip over its sound's waveform, once
+/// the session has it), the selection and the playhead. A click on a
 /// clip selects it (Shift adds), a click elsewhere moves the playhead, a drag on a clip's edge trims it,
 /// Ctrl and the wheel zoom. The view only shows and reports; the window turns gestures into edits.
 
 #include <QAbstractScrollArea>
 #include <functional>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -13,14 +15,17 @@
 
 #include "morvane/app/timeline/timeline_document.hpp"
 #include "morvane/app/timeline/timeline_editor.hpp"
+#include "morvane/engine/audio/waveform_generator.hpp"
 
 namespace morvane::app {
 class ProjectSession;
 }
 
+class QPainter;
+
 namespace morvane::studio {
 
-/// A clip as drawn: its track, its program span in seconds, and its text.
+/// A clip as drawn: its track, its program span in seconds, its text, and the part of its source it plays.
 struct TimelineViewClip {
     std::string id;
     std::string trackID;
@@ -28,6 +33,9 @@ struct TimelineViewClip {
     double startSeconds = 0.0;
     double endSeconds = 0.0;
     bool isText = false;
+    std::string sourceID;
+    double sourceInSeconds = 0.0;
+    double sourceOutSeconds = 0.0;
     friend bool operator==(const TimelineViewClip&, const TimelineViewClip&) = default;
 };
 
@@ -67,6 +75,10 @@ class TimelineView final : public QAbstractScrollArea {
     [[nodiscard]] const std::set<std::string>& selection() const noexcept { return selected_; }
     /// What is under viewport point `point`: a clip, and its edge when the point is on a trim handle.
     [[nodiscard]] std::optional<app::TimelineClipHit> hitTest(QPoint point) const;
+    /// The waveforms drawn, by source id.
+    [[nodiscard]] const std::map<std::string, engine::WaveformEnvelope>& waveforms() const noexcept {
+        return waveforms_;
+    }
 
   protected:
     void paintEvent(QPaintEvent* event) override;
@@ -79,11 +91,15 @@ class TimelineView final : public QAbstractScrollArea {
   private:
     [[nodiscard]] int rowOf(const std::string& trackID) const;
     void updateScrollBar();
+    /// Takes the session's envelopes that changed since the last sync; true when any did.
+    bool syncWaveforms(const app::ProjectSession& session);
+    void paintWaveform(QPainter& painter, const TimelineViewClip& clip, const QRect& box) const;
 
     Actions actions_;
     std::vector<std::pair<std::string, std::string>> tracks_;  // id, name, in display order
     std::vector<TimelineViewClip> clips_;
     std::set<std::string> selected_;
+    std::map<std::string, engine::WaveformEnvelope> waveforms_;
     double playhead_ = 0.0;
     double duration_ = 0.0;
     double zoom_ = 24.0;

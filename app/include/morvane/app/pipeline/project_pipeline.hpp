@@ -40,6 +40,9 @@ struct MediaProbeReport;
 
 namespace morvane::app {
 
+class WaveformCache;
+class ProxyStore;
+
 /// What the window or the command line shows on the pipeline's behalf beyond the session's own state.
 class UserInterfaceDelegate {
   public:
@@ -69,6 +72,10 @@ struct PipelineContext {
     /// The recognizer transcriptions run on (none: recordings can't be transcribed); their language comes
     /// from `preferences` unless the caller or the user gives it.
     intelligence::TranscriptionProvider* transcription = nullptr;
+    /// Where imported sources get their waveforms (none: they get none, as on the command line).
+    WaveformCache* waveforms = nullptr;
+    /// Where very large imported sources get playback proxies (none: they play as they are).
+    ProxyStore* proxies = nullptr;
 };
 
 /// A request deciding on a worker. Cancelling it puts the session back as it was before the request.

@@ -107,6 +107,8 @@ struct MP4ExportOptions {
     std::optional<ExportTimeRange> timeRange;
     ExportVideoSettings videoSettings;
     LoudnessTarget loudnessTarget = LoudnessTarget::none;  ///< the mixed sound is brought to it
+    /// Encoder settings to use instead of those `videoSettings` name; no copy of the source is tried.
+    std::optional<ExportEncoderSettings> encoderOverride;
 };
 
 namespace MP4Exporter {
