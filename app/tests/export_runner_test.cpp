@@ -74,6 +74,20 @@ class ExportRunnerMedia : public ::testing::Test {
         loop_.runPending();
     }
 
+    // "Hello there" for 2 s on the text track from `start`.
+    void addCaption(engine::RationalTime start) {
+        TimelineTrack text = *session_.timeline->track(TimelineTrackIDs::text);
+        text.clips.push_back({.id = "t1",
+                              .sourceID = "text",
+                              .label = "Hello",
+                              .sourceIn = engine::RationalTime::zero,
+                              .sourceOut = engine::RationalTime{1200, 600},
+                              .timelineStart = start,
+                              .textContent = "Hello there",
+                              .kind = std::string(TimelineClipKinds::text)});
+        session_.timeline->updateTrack(text);
+    }
+
     ManualMainLoop loop_;
     ProjectSession session_;
     std::shared_ptr<StatusLog> log_ = std::make_shared<StatusLog>();
@@ -85,16 +99,7 @@ class ExportRunnerMedia : public ::testing::Test {
 morvane::testing::TempDir* ExportRunnerMedia::dir_ = nullptr;
 
 TEST_F(ExportRunnerMedia, aRunShowsItsProgressThenTheFileAndItsCaptions) {
-    TimelineTrack text = *session_.timeline->track(TimelineTrackIDs::text);
-    text.clips.push_back({.id = "t1",
-                          .sourceID = "text",
-                          .label = "Hello",
-                          .sourceIn = engine::RationalTime::zero,
-                          .sourceOut = engine::RationalTime{1200, 600},
-                          .timelineStart = engine::RationalTime{600, 600},
-                          .textContent = "Hello there",
-                          .kind = std::string(TimelineClipKinds::text)});
-    session_.timeline->updateTrack(text);
+    addCaption(engine::RationalTime{600, 600});
     const fs::path to = out_.path() / "cut.mp4";
     ExportRequest request = ExportRequest::defaultFor(session_);
     request.burnInCaptions = false;
@@ -149,16 +154,7 @@ TEST_F(ExportRunnerMedia, failuresReachTheErrorBannerWithTheirOwnWords) {
 
 TEST_F(ExportRunnerMedia, aGifRunWritesTheAnimationAloneAtItsRateAndSize) {
     // A caption on the text track would give a movie its sidecar; a GIF has none.
-    TimelineTrack text = *session_.timeline->track(TimelineTrackIDs::text);
-    text.clips.push_back({.id = "t1",
-                          .sourceID = "text",
-                          .label = "Hello",
-                          .sourceIn = engine::RationalTime::zero,
-                          .sourceOut = engine::RationalTime{1200, 600},
-                          .timelineStart = engine::RationalTime::zero,
-                          .textContent = "Hello there",
-                          .kind = std::string(TimelineClipKinds::text)});
-    session_.timeline->updateTrack(text);
+    addCaption(engine::RationalTime::zero);
     ExportRequest gif = ExportRequest::defaultFor(session_);
     gif.videoSettings.codec = engine::ExportVideoCodec::gif;
     gif.videoSettings.gifFramesPerSecond = 2;  // held to 4
