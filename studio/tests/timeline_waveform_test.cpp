@@ -45,5 +45,45 @@ TEST_F(TimelineWaveformMedia, theOpenedRecordingsClipIsDrawnOverItsWaveform) {
     EXPECT_EQ(grabClip(), withWaveform);
 }
 
+TEST_F(TimelineWaveformMedia, aPackedClipShowsTheSoundOfThePiecesItPlays) {
+    openMessyTalk();
+    auto& session = window->session();
+    ASSERT_TRUE(waitUntil([&] { return session.waveformEnvelope.has_value(); }));
+    // A recording silent for 4 s, then loud for 4 s, and a storyline clip that plays only the loud half in
+    // two pieces: its whole box must show the loud sound, not the silence its outer bounds begin with.
+    engine::WaveformEnvelope envelope{
+        .mins = std::vector<float>(800, 0.0f), .maxs = std::vector<float>(800, 0.0f), .durationSeconds = 8.0};
+    std::fill(envelope.mins.begin() + 400, envelope.mins.end(), -1.0f);
+    std::fill(envelope.maxs.begin() + 400, envelope.maxs.end(), 1.0f);
+    session.waveformEnvelope = envelope;
+    app::TimelineTrack storyline = *session.timeline->track(app::TimelineTrackIDs::source);
+    app::TimelineClip& clip = storyline.clips.front();
+    storyline.clips.resize(1);
+    clip.sourceIn = engine::RationalTime::zero;
+    clip.sourceOut = engine::RationalTime{4800, 600};
+    clip.assemblyRanges =
+        std::vector<app::TimelineSourceRange>{{{2400, 600}, {3600, 600}}, {{3600, 600}, {4800, 600}}};
+    session.timeline->updateTrack(storyline);
+    window->refreshNow();
+
+    TimelineView& timeline = *window->timelineView();
+    const QRect box = timeline.clipBox(clip.id);
+    ASSERT_FALSE(box.isEmpty());
+    const auto grabClip = [&] {
+        timeline.viewport()->repaint();
+        return timeline.viewport()->grab(box).toImage();
+    };
+    const QImage drawn = grabClip();
+    session.waveformEnvelope.reset();
+    window->refreshNow();
+    const QImage plain = grabClip();
+    // In a column a fifth of the way in, the loud sound covers most of the lane's height.
+    const int x = box.width() / 5;
+    int covered = 0;
+    for (int y = 0; y < box.height(); ++y)
+        covered += drawn.pixel(x, y) != plain.pixel(x, y) ? 1 : 0;
+    EXPECT_GT(covered, box.height() / 2);
+}
+
 }  // namespace
 }  // namespace morvane::studio

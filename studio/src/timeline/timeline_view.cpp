@@ -54,9 +54,15 @@ void TimelineView::sync(const app::ProjectSession& session) {
             for (const auto& clip : track.clips) {
                 const double start = clip.timelineStart.seconds();
                 const double length = app::TimelinePlanBridge::programDuration(clip).seconds();
+                std::vector<std::pair<double, double>> ranges;
+                if (clip.assemblyRanges && !clip.assemblyRanges->empty()) {
+                    for (const auto& range : *clip.assemblyRanges)
+                        ranges.emplace_back(range.sourceIn.seconds(), range.sourceOut.seconds());
+                } else {
+                    ranges.emplace_back(clip.sourceIn.seconds(), clip.sourceOut.seconds());
+                }
                 clips.push_back({clip.id, track.id, clip.timelineBadgeLabel(), start, start + length,
-                                 clip.isTextLike(), clip.sourceID, clip.sourceIn.seconds(),
-                                 clip.sourceOut.seconds()});
+                                 clip.isTextLike(), clip.sourceID, std::move(ranges)});
             }
         }
     }
@@ -106,12 +112,25 @@ void TimelineView::paintWaveform(QPainter& painter, const TimelineViewClip& clip
     const engine::WaveformEnvelope& envelope = found->second;
     const std::size_t bins = std::min(envelope.mins.size(), envelope.maxs.size());
     const double programLength = clip.endSeconds - clip.startSeconds;
-    if (bins == 0 || !(envelope.durationSeconds > 0.0) || !(programLength > 0.0)) return;
+    double sourceLength = 0.0;
+    for (const auto& [from, to] : clip.sourceRanges)
+        sourceLength += std::max(to - from, 0.0);
+    if (bins == 0 || !(envelope.durationSeconds > 0.0) || !(programLength > 0.0) || !(sourceLength > 0.0))
+        return;
     // Source seconds per program second: a clip at another speed spreads or squeezes its sound.
-    const double rate = (clip.sourceOutSeconds - clip.sourceInSeconds) / programLength;
+    const double rate = sourceLength / programLength;
     const double binsPerSecond = static_cast<double>(bins) / envelope.durationSeconds;
+    // Columns are asked for left to right, so the range a column falls in only moves forward.
+    std::size_t range = 0;
+    double rangeOffset = 0.0;  // played seconds before `range`
     const auto binAt = [&](int x) {
-        const double source = clip.sourceInSeconds + (secondsAt(x) - clip.startSeconds) * rate;
+        const double played = std::clamp((secondsAt(x) - clip.startSeconds) * rate, 0.0, sourceLength);
+        while (range + 1 < clip.sourceRanges.size() &&
+               played >= rangeOffset + (clip.sourceRanges[range].second - clip.sourceRanges[range].first)) {
+            rangeOffset += clip.sourceRanges[range].second - clip.sourceRanges[range].first;
+            ++range;
+        }
+        const double source = clip.sourceRanges[range].first + (played - rangeOffset);
         return static_cast<std::ptrdiff_t>(std::floor(source * binsPerSecond));
     };
     const int middle = box.center().y();

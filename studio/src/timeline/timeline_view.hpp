@@ -34,8 +34,8 @@ struct TimelineViewClip {
     double endSeconds = 0.0;
     bool isText = false;
     std::string sourceID;
-    double sourceInSeconds = 0.0;
-    double sourceOutSeconds = 0.0;
+    /// The source seconds played, in order: one range, or the pieces of a packed cut.
+    std::vector<std::pair<double, double>> sourceRanges;
     friend bool operator==(const TimelineViewClip&, const TimelineViewClip&) = default;
 };
 
