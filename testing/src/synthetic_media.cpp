@@ -260,6 +260,19 @@ std::optional<int> readCounter(const std::uint8_t* rgba, int width, int height, 
     return value;
 }
 
+std::optional<int> readTurnedCounter(const std::uint8_t* rgba, int width, int height) {
+    // Shown turned a quarter counter-clockwise, the stored point (x, y) lands at (y, height - 1 - x): turn
+    // it back into a picture `height` wide and `width` tall, and read that.
+    std::vector<std::uint8_t> stored(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4);
+    for (int y = 0; y < width; ++y) {
+        for (int x = 0; x < height; ++x) {
+            const std::uint8_t* from = rgba + (static_cast<std::size_t>(height - 1 - x) * width + y) * 4;
+            std::copy_n(from, 4, stored.data() + (static_cast<std::size_t>(y) * height + x) * 4);
+        }
+    }
+    return readCounter(stored.data(), height, width, 0, 0, height, width);
+}
+
 std::filesystem::path truncateCopy(const std::filesystem::path& path, const std::filesystem::path& output,
                                    std::uintmax_t keepBytes) {
     std::ifstream in(path, std::ios::binary);

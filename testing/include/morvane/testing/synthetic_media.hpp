@@ -106,6 +106,10 @@ std::filesystem::path makeCounterMovie(const std::filesystem::path& output, doub
 [[nodiscard]] std::optional<int> readCounter(const std::uint8_t* rgba, int width, int height, double x,
                                              double y, double w, double h);
 
+/// The frame number shown by a whole counter picture (`rgba`, `width` × `height`) of a movie made with a
+/// `rotationDegrees` of 90 and shown as players show it, turned a quarter counter-clockwise.
+[[nodiscard]] std::optional<int> readTurnedCounter(const std::uint8_t* rgba, int width, int height);
+
 /// The bytes of `path` from the start, `keepBytes` of them, written to `output` (a file cut short).
 std::filesystem::path truncateCopy(const std::filesystem::path& path, const std::filesystem::path& output,
                                    std::uintmax_t keepBytes);
