@@ -88,8 +88,7 @@ void exportCandidate(const app::ProjectSession& session, const ShortsCandidate& 
     if (session.mediaURL && fs::equivalent(*session.mediaURL, output, same))
         throw CLI::ValidationError("--output", "the short must not overwrite the recording");
 
-    const auto codec = options.codec == "prores" ? engine::ExportVideoCodec::proRes422
-                                                 : *engine::kExportVideoCodecNames.parse(options.codec);
+    const auto codec = exportCodec(options.codec, output);
     std::atomic<double> progress = 0.0;
     std::exception_ptr failure;
     TerminalDelegate delegate;

@@ -105,7 +105,6 @@ struct SoundingItem {
 }  // namespace
 
 struct AudioMixStream::State {
-    const CompositionBuildResult* build = nullptr;
     std::stop_token stop;
     int rate = 48000;
     double rangeStart = 0.0;
@@ -191,7 +190,6 @@ AudioMixStream::AudioMixStream(const CompositionBuildResult& build, const AudioR
                                std::stop_token stop, std::size_t blockSamples)
     : state_(std::make_unique<State>()) {
     State& s = *state_;
-    s.build = &build;
     s.stop = std::move(stop);
     s.rate = std::max(options.sampleRate, 1);
     s.blockSamples = std::max<std::size_t>(blockSamples, 1);
